@@ -1,0 +1,80 @@
+# shellcheck shell=bash
+# What the scripts of this folder share. To be sourced, not run; expects "set -euo pipefail".
+
+build_packages=(g++ cmake ninja-build qt6-base-dev libqt6sql6-psql libpq-dev postgresql)
+# shellcheck disable=SC2034 # for the scripts that source this file
+test_packages=("${build_packages[@]}" clang-format iso-codes python3 openssl iproute2)
+
+say() { printf '%s: %s\n' "${0##*/}" "$*" >&2; }
+
+die() {
+    say "$@"
+    exit 1
+}
+
+# Installs those of the named Debian packages that are missing. Silent when none is.
+need_packages() {
+    local missing=() package as_root=()
+    if ! command -v dpkg-query >/dev/null; then
+        say "not a Debian system: needs what Debian calls $*"
+        return 0
+    fi
+    for package; do
+        [[ $(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null) == installed* ]] \
+            || missing+=("$package")
+    done
+    ((${#missing[@]})) || return 0
+
+    if ((EUID != 0)); then
+        command -v sudo >/dev/null \
+            || die "packages are missing, install them as root: apt-get install ${missing[*]}"
+        as_root=(sudo)
+    fi
+    say "${as_root[*]:+sudo }apt-get install ${missing[*]}"
+    # Lists that cannot be refreshed may still be good enough to install from.
+    "${as_root[@]}" apt-get -q update >&2 || say "apt-get update failed, going on with the old lists"
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get -q install -y --no-install-recommends "${missing[@]}" >&2 \
+        || die "could not install ${missing[*]}"
+}
+
+# Sets server_bin to the folder of the newest server programs. Debian keeps them off the PATH.
+find_server() {
+    server_bin=$(printf '%s\n' /usr/lib/postgresql/*/bin/initdb | sort -V | tail -n 1)
+    [[ -x $server_bin ]] || server_bin=$(command -v initdb) \
+        || die "no PostgreSQL server programs found (apt-get install postgresql)"
+    server_bin=${server_bin%/initdb}
+}
+
+# Runs a server program. PostgreSQL refuses to run as root, so root hands over to the account
+# postgres, which may not be able to read the current folder.
+as_server() (
+    cd /
+    if ((EUID == 0)); then
+        exec setpriv --reuid=postgres --regid=postgres --init-groups -- "$@"
+    else
+        exec "$@"
+    fi
+)
+
+# Creates an empty cluster in the folder $1.
+create_cluster() {
+    as_server "$server_bin/initdb" --pgdata="$1" --auth=trust --username=postgres \
+        --encoding=UTF8 --locale=C.UTF-8 --no-sync --no-instructions >/dev/null
+}
+
+# Starts the cluster in the folder $1 with its socket in the folder $2 and its log in the file $3.
+# Nothing but the Unix socket is served: whoever can enter its folder is let in without a password.
+start_cluster() {
+    as_server "$server_bin/pg_ctl" start --silent --wait --pgdata="$1" --log="$3" \
+        --options="-c listen_addresses= -c port=5432 -c unix_socket_directories=$2" && return
+    as_server cat "$3" >&2
+    return 1
+}
+
+# Whether a socket can live in the folder $1. Its path is limited to 107 bytes, and the options of
+# the server are split at blanks and commas.
+fits_socket() {
+    local LC_ALL=C
+    ((${#1} + 15 <= 107)) && [[ $1 != *[!A-Za-z0-9_./-]* ]]
+}

@@ -1,0 +1,238 @@
+#include "analytics/Ingest.h"
+#include "common/Config.h"
+#include "common/Db.h"
+#include "common/LineReader.h"
+
+#include <QCommandLineOption>
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QDate>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QSet>
+#include <QSettings>
+#include <QSqlDatabase>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QStringList>
+
+#include <cstdio>
+#include <limits>
+
+using vesk::analytics::Ingest;
+
+namespace {
+
+/// The id of a site; 0 after a message when there is none with that host.
+int siteId(const QString &host)
+{
+    QSqlQuery q;
+    q.prepare(QStringLiteral("SELECT id FROM vesk.sites WHERE host = lower(?)"));
+    q.addBindValue(host);
+    if (vesk::db::exec(q) && q.next())
+        return q.value(0).toInt();
+    qCritical("unknown site %s (add it with add-site)", qPrintable(host));
+    return 0;
+}
+
+// ---- migrate ----
+
+/// Applies one script and notes it, both or neither. False after a message.
+bool applyScript(const QString &name, int version)
+{
+    QSqlDatabase db = QSqlDatabase::database();
+    QFile f(QLatin1String(":/sql/") + name);
+    if (!f.open(QIODevice::ReadOnly) || !db.transaction()) {
+        qCritical("%s: cannot start", qPrintable(name));
+        return false;
+    }
+    QString error;
+    if (!vesk::db::execScript(QString::fromUtf8(f.readAll()), &error)) {
+        qCritical("%s: %s", qPrintable(name), qPrintable(error));
+        db.rollback();
+        return false;
+    }
+    QSqlQuery m;
+    m.prepare(QStringLiteral("INSERT INTO vesk.schema_migrations (version, name) VALUES (?, ?)"));
+    m.addBindValue(version);
+    m.addBindValue(name);
+    if (!vesk::db::exec(m) || !db.commit()) {
+        db.rollback();
+        return false;
+    }
+    printf("applied %s\n", qPrintable(name));
+    return true;
+}
+
+int migrate()
+{
+    QString error;
+    if (!vesk::db::execScript(QStringLiteral("CREATE SCHEMA IF NOT EXISTS vesk; "
+                                             "CREATE TABLE IF NOT EXISTS vesk.schema_migrations ("
+                                             "   version integer PRIMARY KEY, name text NOT NULL,"
+                                             "   applied_at timestamptz NOT NULL DEFAULT now())"),
+            &error)) {
+        qCritical("%s", qPrintable(error));
+        return 1;
+    }
+    const int current = vesk::db::schemaVersion();
+    const QStringList files = QDir(QStringLiteral(":/sql"))
+                                  .entryList({ QStringLiteral("*.sql") }, QDir::Files, QDir::Name);
+    int applied = 0;
+    for (const QString &name : files) {
+        const int version = name.section(u'_', 0, 0).toInt();
+        if (version <= current)
+            continue;
+        if (!applyScript(name, version))
+            return 1;
+        ++applied;
+    }
+    printf("schema at version %d (%d applied)\n", vesk::db::schemaVersion(), applied);
+    return 0;
+}
+
+// ---- Records ----
+
+int addSite(const QString &host, const QString &name)
+{
+    QSqlQuery q;
+    q.prepare(QStringLiteral("INSERT INTO vesk.sites (host, name) VALUES (lower(?), ?)"));
+    q.addBindValue(host);
+    q.addBindValue(name);
+    if (!vesk::db::exec(q))
+        return 1;
+    printf("added site %s\n", qPrintable(host.toLower()));
+    return 0;
+}
+
+int addLog(const QString &host, const QString &path)
+{
+    const int site = siteId(host);
+    if (site == 0)
+        return 1;
+    QSqlQuery q;
+    q.prepare(QStringLiteral("INSERT INTO vesk.log_sources (site_id, path) VALUES (?, ?)"));
+    q.addBindValue(site);
+    q.addBindValue(QFileInfo(path).absoluteFilePath());
+    if (!vesk::db::exec(q))
+        return 1;
+    printf("vesk-collect will follow %s\n", qPrintable(path));
+    return 0;
+}
+
+int setSetting(const QString &key, const QString &value)
+{
+    QSqlQuery q;
+    q.prepare(QStringLiteral("INSERT INTO vesk.settings VALUES (?, ?) "
+                             "ON CONFLICT (key) DO UPDATE SET value = excluded.value"));
+    q.addBindValue(key);
+    q.addBindValue(value);
+    return vesk::db::exec(q) ? 0 : 1;
+}
+
+// ---- Access logs ----
+
+int importLogs(const QString &host, const QStringList &files)
+{
+    const int site = siteId(host);
+    if (site == 0)
+        return 1;
+    Ingest ingest;
+    if (!ingest.init())
+        return 1;
+    QSet<QDate> days;
+    for (const QString &file : files) {
+        vesk::LineReader lines(file);
+        const Ingest::Result total
+            = ingest.ingest(site, host.toLower(), [&lines] { return lines.next(); });
+        printf("%s: %d lines, %d stored, %d not log entries\n", qPrintable(file), total.lines,
+            total.stored, total.skipped);
+        days.unite(total.days);
+    }
+    Ingest::rollup(site, days);
+    printf("rolled up %lld days\n", qlonglong { days.size() });
+    return 0;
+}
+
+int rollupSite(const QString &host)
+{
+    const int site = siteId(host);
+    if (site == 0)
+        return 1;
+    QSet<QDate> days;
+    QSqlQuery q;
+    q.prepare(
+        QStringLiteral("SELECT DISTINCT at::date FROM vesk.hits WHERE site_id = ? ORDER BY 1"));
+    q.addBindValue(site);
+    if (vesk::db::exec(q)) {
+        while (q.next())
+            days.insert(q.value(0).toDate());
+    }
+    Ingest::rollup(site, days);
+    printf("%s: rolled up %lld days\n", qPrintable(host), qlonglong { days.size() });
+    return 0;
+}
+
+// ---- Dispatch ----
+
+/// A command word with the numbers of positional arguments, the word included, that it takes.
+struct Command
+{
+    const char *word;
+    qsizetype least;
+    qsizetype most;
+    int (*run)(const QStringList &args, const QString &role);
+};
+
+constexpr qsizetype kAnyNumber = std::numeric_limits<qsizetype>::max();
+
+constexpr Command kCommands[] = {
+    { "migrate", 1, kAnyNumber, [](const QStringList &, const QString &) { return migrate(); } },
+    { "add-site", 3, 3,
+        [](const QStringList &args, const QString &) { return addSite(args[1], args[2]); } },
+    { "add-log", 3, 3,
+        [](const QStringList &args, const QString &) { return addLog(args[1], args[2]); } },
+    { "import-log", 3, kAnyNumber,
+        [](const QStringList &args, const QString &) { return importLogs(args[1], args.mid(2)); } },
+    { "rollup", 2, 2,
+        [](const QStringList &args, const QString &) { return rollupSite(args[1]); } },
+    { "set", 3, 3,
+        [](const QStringList &args, const QString &) { return setSetting(args[1], args[2]); } },
+};
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    const QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("vesk-admin"));
+    QCoreApplication::setApplicationVersion(QStringLiteral("0.1"));
+
+    QCommandLineParser parser;
+    parser.addHelpOption();
+    vesk::addConfigOption(parser);
+    parser.addOption(QCommandLineOption(QStringLiteral("role"),
+        QStringLiteral("Role for add-user (maintainer or customer)."), QStringLiteral("role"),
+        QStringLiteral("maintainer")));
+    parser.addPositionalArgument(QStringLiteral("command"),
+        QStringLiteral("migrate | add-user NAME | add-site HOST NAME | add-log HOST PATH | "
+                       "import-log HOST FILE... | geoip-update [FILE] | import-gsc HOST FILE | "
+                       "rollup HOST | set KEY VALUE"));
+    parser.process(app);
+
+    const QStringList args = parser.positionalArguments();
+    const QString path = vesk::configPath(parser);
+    if (path.isEmpty() || args.isEmpty())
+        parser.showHelp(1);
+    const QSettings cfg(path, QSettings::IniFormat);
+    if (!vesk::db::open(cfg, QCoreApplication::applicationName()))
+        return 1;
+
+    for (const Command &command : kCommands) {
+        if (args[0] == QLatin1String(command.word) && args.size() >= command.least
+            && args.size() <= command.most)
+            return command.run(args, parser.value(QStringLiteral("role")));
+    }
+    parser.showHelp(1);
+}

@@ -1,0 +1,235 @@
+#include "analytics/Ingest.h"
+
+#include "common/Db.h"
+
+#include <QSqlQuery>
+#include <QStringList>
+#include <QVariant>
+
+#include <utility>
+
+namespace vesk::analytics {
+
+namespace {
+
+constexpr int kSliceLines = 5000;
+
+/// Ends a slice of long lines early, so that memory stays bounded whatever a log holds.
+constexpr qsizetype kSliceBytes = 8 * 1024 * 1024;
+
+constexpr int kPollLines = 100;
+
+constexpr qint64 kSessionGapSeconds = 1800; // the longest gap that continues a visit
+constexpr qsizetype kMaxSessions = 50000;
+constexpr qsizetype kMaxCountries = 200000;
+
+/// Collects the local calendar days of request times, which mostly come in order.
+class LocalDays
+{
+public:
+    void add(const QDateTime &at)
+    {
+        const qint64 msecs = at.toMSecsSinceEpoch();
+        if (msecs >= m_from && msecs < m_to)
+            return;
+        const QDate day = at.toLocalTime().date();
+        m_from = day.startOfDay().toMSecsSinceEpoch();
+        m_to = day.addDays(1).startOfDay().toMSecsSinceEpoch();
+        m_days.insert(day);
+    }
+
+    const QSet<QDate> &days() const { return m_days; }
+
+private:
+    QSet<QDate> m_days;
+    qint64 m_from = 0; ///< milliseconds since 1970 where the last day begins
+    qint64 m_to = 0; ///< and where it ends
+};
+
+void notify(int siteId)
+{
+    QSqlQuery q;
+    q.prepare(QStringLiteral("SELECT pg_notify('vesk_hits', ?)"));
+    q.addBindValue(QString::number(siteId));
+    db::exec(q);
+}
+
+} // namespace
+
+/// The rows and counts of up to kSliceLines lines.
+struct Ingest::Slice
+{
+    QList<Row> rows;
+    Result counts; ///< all but the stored rows
+    int size = 0; ///< lines, blank ones too; 0 after the end
+};
+
+bool Ingest::init()
+{
+    QSqlQuery q;
+    q.exec(QStringLiteral("SELECT value FROM vesk.settings WHERE key = 'visitor_secret'"));
+    if (!q.next())
+        return false;
+    m_secret = q.value(0).toString().toLatin1();
+    q.exec(QStringLiteral("SELECT EXISTS (SELECT 1 FROM vesk.geo_country)"));
+    m_haveGeo = q.next() && q.value(0).toBool();
+    return true;
+}
+
+Ingest::Result Ingest::ingest(int siteId, const QString &siteHost, const LineSource &nextLine)
+{
+    RowBuilder builder(m_secret, siteId, siteHost);
+    Result total;
+    Slice slice = readSlice(builder, nextLine);
+    while (slice.size > 0) {
+        db::Transaction transaction;
+        assignSessions(slice.rows);
+        assignCountries(slice.rows);
+        m_writer.send(siteId, slice.rows);
+        Slice next = readSlice(builder, nextLine);
+        const int stored = m_writer.finish();
+        transaction.commit();
+        pruneSessions();
+        if (stored > 0)
+            notify(siteId);
+
+        total.lines += slice.counts.lines;
+        total.stored += stored;
+        total.skipped += slice.counts.skipped;
+        total.days.unite(slice.counts.days);
+        slice = std::move(next);
+    }
+    return total;
+}
+
+/// Prepares the rows of the next slice, and lets the writer go on with what it has.
+Ingest::Slice Ingest::readSlice(RowBuilder &builder, const LineSource &nextLine)
+{
+    Slice slice;
+    LocalDays days;
+    slice.rows.reserve(kSliceLines);
+    qsizetype bytes = 0;
+    while (slice.size < kSliceLines && bytes < kSliceBytes) {
+        const std::optional<QByteArrayView> line = nextLine();
+        if (!line)
+            break;
+        ++slice.size;
+        bytes += line->size();
+        Row row;
+        const RowBuilder::Outcome outcome = builder.build(*line, row);
+        slice.counts.lines += outcome != RowBuilder::Outcome::Blank;
+        slice.counts.skipped += outcome == RowBuilder::Outcome::NotAnEntry;
+        if (outcome == RowBuilder::Outcome::Row) {
+            days.add(row.log.at);
+            slice.rows.append(std::move(row));
+        }
+        if (slice.size % kPollLines == 0)
+            m_writer.poll();
+    }
+    slice.counts.days = days.days();
+    return slice;
+}
+
+qint64 Ingest::sessionFor(const QByteArray &visitor, const QDateTime &at)
+{
+    Session &session = m_sessions[visitor];
+    if (session.id == 0 || session.last.secsTo(at) > kSessionGapSeconds) {
+        m_newVisits.append(visitor);
+        session.id = -m_newVisits.size();
+    }
+    if (!session.last.isValid() || at > session.last)
+        session.last = at;
+    return session.id;
+}
+
+void Ingest::assignSessions(QList<Row> &rows)
+{
+    for (Row &row : rows)
+        row.session = sessionFor(row.visitor, row.log.at);
+    const QList<qint64> numbers = drawSessions();
+    for (Row &row : rows) {
+        if (row.session < 0)
+            row.session = numbers[-row.session - 1];
+    }
+}
+
+/// Draws the numbers of all new visits, in their order, in one statement, and enters them into
+/// m_sessions. When that fails they are all 0, and a visitor's next request asks again.
+QList<qint64> Ingest::drawSessions()
+{
+    const QList<QByteArray> visitors = std::exchange(m_newVisits, {});
+    QList<qint64> numbers;
+    numbers.reserve(visitors.size());
+    if (!visitors.isEmpty()) {
+        QSqlQuery q;
+        q.exec(QStringLiteral("SELECT nextval('vesk.session_seq') FROM generate_series(1, %1)")
+                   .arg(visitors.size()));
+        while (q.next())
+            numbers.append(q.value(0).toLongLong());
+    }
+    numbers.resize(visitors.size());
+    for (qsizetype i = 0; i < visitors.size(); ++i)
+        m_sessions[visitors[i]].id = numbers[i];
+    return numbers;
+}
+
+/// Looks all addresses that are not remembered up in one statement: the range with the greatest
+/// start not above the address holds it, unless it ends below.
+void Ingest::assignCountries(QList<Row> &rows)
+{
+    if (!m_haveGeo)
+        return;
+    QHash<QString, QString> found;
+    for (Row &row : rows) {
+        const auto known = m_countries.constFind(row.ip);
+        if (known != m_countries.constEnd())
+            row.country = *known;
+        else if (!row.ip.isEmpty())
+            found.insert(row.ip, {});
+    }
+    if (found.isEmpty())
+        return;
+
+    QSqlQuery q;
+    q.prepare(QStringLiteral(
+        "SELECT a.ip, g.country FROM unnest(CAST(? AS text[])) AS a (ip) CROSS JOIN LATERAL ("
+        "SELECT country, ip_to FROM vesk.geo_country WHERE ip_from <= CAST(a.ip AS inet) "
+        "ORDER BY ip_from DESC LIMIT 1) g WHERE g.ip_to >= CAST(a.ip AS inet)"));
+    q.addBindValue(u'{' + found.keys().join(u',') + u'}'); // addresses need no quoting
+    if (db::exec(q)) {
+        while (q.next())
+            found[q.value(0).toString()] = q.value(1).toString();
+    }
+    for (Row &row : rows) {
+        const auto country = found.constFind(row.ip);
+        if (country != found.constEnd())
+            row.country = *country;
+    }
+    for (auto it = found.cbegin(); it != found.cend(); ++it) {
+        if (m_countries.size() > kMaxCountries)
+            m_countries.clear();
+        m_countries.insert(it.key(), it.value());
+    }
+}
+
+/// Forgets the visits that nothing can continue any more, once there are many.
+void Ingest::pruneSessions()
+{
+    if (m_sessions.size() <= kMaxSessions)
+        return;
+    const QDateTime cutoff = QDateTime::currentDateTimeUtc().addSecs(-kSessionGapSeconds);
+    m_sessions.removeIf([&cutoff](const auto &entry) { return entry.value().last < cutoff; });
+}
+
+void Ingest::rollup(int siteId, const QSet<QDate> &days)
+{
+    for (const QDate day : days) {
+        QSqlQuery q;
+        q.prepare(QStringLiteral("SELECT vesk.rollup_day(?, ?)"));
+        q.addBindValue(siteId);
+        q.addBindValue(day);
+        db::exec(q);
+    }
+}
+
+} // namespace vesk::analytics

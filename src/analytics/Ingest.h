@@ -1,0 +1,74 @@
+#pragma once
+
+#include "analytics/HitWriter.h"
+#include "analytics/RowBuilder.h"
+
+#include <QByteArray>
+#include <QByteArrayView>
+#include <QDate>
+#include <QDateTime>
+#include <QHash>
+#include <QList>
+#include <QSet>
+#include <QString>
+
+#include <functional>
+#include <optional>
+
+namespace vesk::analytics {
+
+/// Imports access logs into vesk.hits. One object serves all files of a run: visits go on from file
+/// to file.
+class Ingest
+{
+public:
+    /// What became of the lines.
+    struct Result
+    {
+        int lines = 0; ///< that are not blank
+        int stored = 0; ///< rows whose statement succeeded
+        int skipped = 0; ///< lines that are no access-log entries
+        QSet<QDate> days; ///< with requests, in the local time zone
+    };
+
+    /// Gives one line after the other, without line feeds, then nothing. A line need only be valid
+    /// until the next call.
+    using LineSource = std::function<std::optional<QByteArrayView>()>;
+
+    /// Reads from the database what the import needs. False when it has no visitor secret.
+    bool init();
+
+    /// Imports the lines for the site with id \a siteId and the lower-case host name \a siteHost,
+    /// one transaction for each slice of 5,000 lines. A slice is prepared while the database stores
+    /// the one before.
+    Result ingest(int siteId, const QString &siteHost, const LineSource &nextLine);
+
+    /// Recomputes the report lines of \a days.
+    static void rollup(int siteId, const QSet<QDate> &days);
+
+private:
+    struct Session
+    {
+        qint64 id = 0; ///< 0 none yet, negative a placeholder
+        QDateTime last; ///< UTC, the latest request seen
+    };
+    struct Slice;
+
+    Slice readSlice(RowBuilder &builder, const LineSource &nextLine);
+    /// The visit of a request by \a visitor: its number, or a negative placeholder when a new visit
+    /// begins, whose number drawSessions() will draw.
+    qint64 sessionFor(const QByteArray &visitor, const QDateTime &at);
+    void assignSessions(QList<Row> &rows);
+    void assignCountries(QList<Row> &rows);
+    QList<qint64> drawSessions();
+    void pruneSessions();
+
+    QByteArray m_secret;
+    QHash<QByteArray, Session> m_sessions; ///< by visitor hash
+    QList<QByteArray> m_newVisits; ///< visitors whose session is the placeholder -1, -2, ...
+    QHash<QString, QString> m_countries; ///< by address as logged; empty where none is known
+    bool m_haveGeo = false;
+    HitWriter m_writer;
+};
+
+} // namespace vesk::analytics

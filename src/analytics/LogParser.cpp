@@ -1,0 +1,156 @@
+#include "analytics/LogParser.h"
+
+#include <QDate>
+
+#include <algorithm>
+#include <array>
+
+namespace vesk::analytics {
+
+namespace {
+
+constexpr qint64 kUnixEpochJulianDay = 2440588;
+constexpr qint64 kSecondsPerDay = 86400;
+constexpr int kMaxOffsetSeconds = 16 * 3600;
+
+void skipSpaces(QByteArrayView s, qint64 &pos)
+{
+    while (pos < s.size() && s[pos] == ' ')
+        ++pos;
+}
+
+/// The bytes from \a pos up to \a c or the end.
+QByteArrayView upTo(char c, QByteArrayView s, qint64 pos)
+{
+    const qsizetype end = s.indexOf(c, pos);
+    return s.sliced(pos, (end < 0 ? s.size() : end) - pos);
+}
+
+/// The next field between spaces; empty at the end of the line.
+QByteArrayView token(QByteArrayView s, qint64 &pos)
+{
+    skipSpaces(s, pos);
+    const QByteArrayView field = upTo(' ', s, pos);
+    pos += field.size();
+    return field;
+}
+
+/// The double-quoted field that starts at \a pos, its backslash escapes resolved. Nothing when
+/// there is none or its end is missing.
+std::optional<QByteArray> quoted(QByteArrayView s, qint64 &pos)
+{
+    if (pos >= s.size() || s[pos] != '"')
+        return {};
+    const qint64 begin = ++pos;
+    while (pos < s.size() && s[pos] != '"' && s[pos] != '\\')
+        ++pos;
+    QByteArray field = s.sliced(begin, pos - begin).toByteArray();
+    for (; pos < s.size() && s[pos] != '"'; ++pos) {
+        if (s[pos] == '\\' && pos + 1 < s.size())
+            ++pos;
+        field += s[pos];
+    }
+    if (pos >= s.size())
+        return {};
+    ++pos;
+    return field;
+}
+
+/// A quoted field that is logged as "-" when there is no value.
+QByteArray optionalField(QByteArrayView s, qint64 &pos)
+{
+    skipSpaces(s, pos);
+    QByteArray field = quoted(s, pos).value_or(QByteArray());
+    return field == "-" ? QByteArray() : field;
+}
+
+int monthNumber(QByteArrayView name)
+{
+    static constexpr std::array<const char *, 12> months { "Jan", "Feb", "Mar", "Apr", "May", "Jun",
+        "Jul", "Aug", "Sep", "Oct", "Nov", "Dec" };
+    const auto month = std::find(months.begin(), months.end(), name);
+    return month == months.end() ? 0 : static_cast<int>(month - months.begin()) + 1;
+}
+
+/// Reads dd/Mon/yyyy:HH:MM:SS +hhmm as UTC; invalid when it is no time of the years 1 to 9999. An
+/// impossible time of day counts as midnight.
+QDateTime parseTime(QByteArrayView text)
+{
+    if (text.size() <= 25)
+        return {};
+    const auto number
+        = [text](qsizetype pos, qsizetype length) { return text.sliced(pos, length).toInt(); };
+
+    const QDate date(number(7, 4), monthNumber(text.sliced(3, 3)), number(0, 2));
+    const int hour = number(12, 2);
+    const int minute = number(15, 2);
+    const int second = number(18, 2);
+    const int sign = text[21] == '-' ? -1 : 1;
+    const int offset = sign * (number(22, 2) * 3600 + number(24, 2) * 60);
+    if (!date.isValid() || std::abs(offset) > kMaxOffsetSeconds)
+        return {};
+
+    const bool validTime = QTime::isValid(hour, minute, second);
+    const int timeOfDay = validTime ? hour * 3600 + minute * 60 + second : 0;
+    const qint64 days = date.toJulianDay() - kUnixEpochJulianDay;
+    const QDateTime at
+        = QDateTime::fromSecsSinceEpoch(days * kSecondsPerDay + timeOfDay - offset, Qt::UTC);
+    const int year = at.date().year();
+    return year >= 1 && year <= 9999 ? at : QDateTime();
+}
+
+/// The request duration: the last field of the rest of the line, when it is a number.
+qint64 parseDuration(QByteArrayView s, qint64 pos)
+{
+    QByteArrayView lastField;
+    for (QByteArrayView field = token(s, pos); !field.isEmpty(); field = token(s, pos))
+        lastField = field;
+    const bool isNumber = !lastField.isEmpty()
+        && std::all_of(
+            lastField.begin(), lastField.end(), [](char c) { return c >= '0' && c <= '9'; });
+    return isNumber ? lastField.toLongLong() : -1;
+}
+
+} // namespace
+
+std::optional<LogLine> parseCombined(QByteArrayView line)
+{
+    LogLine entry;
+    qint64 pos = 0;
+    entry.ip = QString::fromLatin1(token(line, pos));
+    token(line, pos); // identity
+    token(line, pos); // user name
+
+    skipSpaces(line, pos);
+    if (pos >= line.size() || line[pos] != '[')
+        return {};
+    const qsizetype timeEnd = line.indexOf(']', pos);
+    if (timeEnd < 0)
+        return {};
+    const QByteArrayView time = line.sliced(pos + 1, timeEnd - pos - 1);
+    pos = timeEnd + 1;
+
+    skipSpaces(line, pos);
+    const std::optional<QByteArray> request = quoted(line, pos);
+    if (!request)
+        return {};
+    entry.at = parseTime(time);
+    if (!entry.at.isValid())
+        return {};
+    const QByteArrayView method = upTo(' ', *request, 0);
+    entry.method = method.toByteArray();
+    if (method.size() < request->size())
+        entry.target = upTo(' ', *request, method.size() + 1).toByteArray();
+
+    bool isNumber = false;
+    entry.status = token(line, pos).toInt(&isNumber);
+    if (!isNumber)
+        return {};
+    entry.bytes = token(line, pos).toLongLong();
+    entry.referrer = optionalField(line, pos);
+    entry.userAgent = optionalField(line, pos);
+    entry.responseUs = parseDuration(line, pos);
+    return entry;
+}
+
+} // namespace vesk::analytics

@@ -1,0 +1,173 @@
+#include "analytics/RowBuilder.h"
+
+#include "common/LineReader.h"
+
+#include <QHostAddress>
+#include <QUrl>
+#include <QUrlQuery>
+
+#include <algorithm>
+#include <limits>
+
+namespace vesk::analytics {
+
+namespace {
+
+constexpr qsizetype kHashBytes = 8; // stored data: do not change
+constexpr qsizetype kMaxBeaconPath = 2000; // UTF-16 code units
+constexpr double kMaxEngagedSecs = 6 * 3600;
+
+constexpr qsizetype kRememberedClients = 4096;
+constexpr qsizetype kRememberedReferrers = 4096;
+constexpr qsizetype kRememberedVisitors = 16384;
+
+bool isBlank(QByteArrayView line)
+{
+    return std::all_of(
+        line.begin(), line.end(), [](char c) { return c == ' ' || (c >= '\t' && c <= '\r'); });
+}
+
+/// Four decimal numbers of up to three digits.
+bool isDottedQuad(QStringView text)
+{
+    int numbers = 1;
+    int digits = 0;
+    for (const QChar c : text) {
+        if (c >= u'0' && c <= u'9' && digits < 3) {
+            ++digits;
+        } else if (c == u'.' && digits > 0) {
+            ++numbers;
+            digits = 0;
+        } else {
+            return false;
+        }
+    }
+    return numbers == 4 && digits > 0;
+}
+
+bool isIpv6Text(QStringView text)
+{
+    return std::all_of(text.begin(), text.end(), [](QChar c) {
+        return (c >= u'0' && c <= u'9') || (c >= u'a' && c <= u'f') || (c >= u'A' && c <= u'F')
+            || c == u':' || c == u'.';
+    }) && text.contains(u':');
+}
+
+/// The request target without its query.
+QByteArray rawPath(const QByteArray &target)
+{
+    const qsizetype mark = target.indexOf('?');
+    return mark < 0 ? target : target.first(mark);
+}
+
+QString decoded(const QByteArray &path)
+{
+    return QString::fromUtf8(path.contains('%') ? QByteArray::fromPercentEncoding(path) : path);
+}
+
+/// Reads what a page's beacon reports, p the page's path and t the seconds that it was visible.
+/// False when that is nothing usable: no path, or seconds out of range or too few to be stored.
+bool readBeacon(const QByteArray &query, Row &row)
+{
+    const QUrlQuery parameters(QString::fromLatin1(query));
+    const auto value = [&parameters](QLatin1String key) {
+        return parameters.queryItemValue(key, QUrl::FullyDecoded);
+    };
+    row.path = value(QLatin1String("p")).left(kMaxBeaconPath);
+    const double seconds = value(QLatin1String("t")).toDouble();
+    // Written so that it also refuses a NaN.
+    if (row.path.isEmpty() || !(seconds > 0 && seconds <= kMaxEngagedSecs))
+        return false;
+    row.engagedSecs = static_cast<float>(seconds);
+    return *row.engagedSecs > 0;
+}
+
+} // namespace
+
+QByteArray visitorHash(
+    const QByteArray &secret, int siteId, const QString &ip, const QByteArray &userAgent, QDate day)
+{
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    hash.addData(secret);
+    hash.addData(day.toString(Qt::ISODate).toLatin1());
+    hash.addData(QByteArray::number(siteId));
+    hash.addData(ip.toLatin1());
+    hash.addData(userAgent);
+    return hash.result().first(kHashBytes);
+}
+
+bool isAddress(const QString &text)
+{
+    // QHostAddress alone would also take "1", "0x7f.1.1.1", surrounding spaces and scope ids.
+    return (isDottedQuad(text) || isIpv6Text(text)) && QHostAddress().setAddress(text);
+}
+
+RowBuilder::RowBuilder(const QByteArray &secret, int siteId, const QString &siteHost)
+    : m_secret(secret)
+    , m_siteId(siteId)
+    , m_siteHost(siteHost)
+    , m_clients(kRememberedClients)
+    , m_referrers(kRememberedReferrers)
+    , m_visitors(kRememberedVisitors)
+{
+}
+
+RowBuilder::Outcome RowBuilder::build(QByteArrayView line, Row &row)
+{
+    const bool overlong = line.size() > LineReader::kMaxLineBytes;
+    if (!overlong && isBlank(line))
+        return Outcome::Blank;
+    std::optional<LogLine> log = overlong ? std::nullopt : parseCombined(line);
+    if (!log)
+        return Outcome::NotAnEntry;
+
+    row = {};
+    row.log = std::move(*log);
+    const QByteArray path = rawPath(row.log.target);
+    if (path == "/vesk-b") {
+        if (!readBeacon(
+                row.log.target.sliced(std::min(path.size() + 1, row.log.target.size())), row))
+            return Outcome::Dropped;
+        row.log.method = QByteArrayLiteral("BEACON");
+        row.log.status = 204;
+    } else {
+        row.path = decoded(path);
+        row.page = isPage(row.log.method, row.path);
+    }
+    using Status = std::numeric_limits<qint16>; // the column's type
+    if (row.log.status < Status::min() || row.log.status > Status::max())
+        return Outcome::NotAnEntry;
+
+    if (isAddress(row.log.ip))
+        row.ip = row.log.ip;
+    row.visitor = visitor(row.log);
+    row.source = source(row.log);
+    row.client
+        = m_clients.get(row.log.userAgent, [&row] { return classifyClient(row.log.userAgent); });
+    return Outcome::Row;
+}
+
+Source RowBuilder::source(const LogLine &log)
+{
+    // Most targets name no campaign. A percent sign may hide the word.
+    if (log.target.contains("utm_source") || log.target.contains('%')) {
+        Source campaign = classifyCampaign(log.target);
+        if (!campaign.kind.isEmpty())
+            return campaign;
+    }
+    return m_referrers.get(
+        log.referrer, [this, &log] { return classifyReferrer(log.referrer, m_siteHost); });
+}
+
+QByteArray RowBuilder::visitor(const LogLine &log)
+{
+    const QDate day = log.at.date();
+    if (day != m_visitorDay) {
+        m_visitors.clear();
+        m_visitorDay = day;
+    }
+    return m_visitors.get(log.ip.toLatin1() + ' ' + log.userAgent,
+        [&] { return visitorHash(m_secret, m_siteId, log.ip, log.userAgent, day); });
+}
+
+} // namespace vesk::analytics

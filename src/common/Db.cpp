@@ -1,0 +1,172 @@
+#include "common/Db.h"
+
+#include "common/NativeConnection.h"
+
+#include <QSettings>
+#include <QSqlDatabase>
+#include <QSqlDriver>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QStringList>
+#include <QTimeZone>
+
+#include <libpq-fe.h>
+
+namespace vesk::db {
+
+namespace {
+
+QString g_timeZone; // destroyed at exit
+
+void setTimeZone()
+{
+    QSqlQuery q;
+    q.prepare(QStringLiteral("SELECT set_config('TimeZone', ?, false)"));
+    q.addBindValue(g_timeZone);
+    exec(q);
+}
+
+/// The state of the connection as libpq sees it; CONNECTION_OK when it cannot be asked.
+int connectionStatus(const QSqlDatabase &db)
+{
+    const PGconn *connection = nativeConnection(db);
+    return connection ? PQstatus(connection) : CONNECTION_OK;
+}
+
+/// QSettings reads a value with an unquoted comma as a list: puts it together again.
+QString text(const QSettings &cfg, const QString &key, const QString &fallback = {})
+{
+    const QVariant value = cfg.value(key, fallback);
+    if (value.typeId() == QMetaType::QStringList)
+        return value.toStringList().join(u',');
+    return value.toString();
+}
+
+} // namespace
+
+PGconn *nativeConnection(const QSqlDatabase &db)
+{
+    const QVariant handle = db.driver() ? db.driver()->handle() : QVariant();
+    // Named by libpq's typedef or by the struct behind it, depending on the Qt version.
+    const QByteArrayView type(handle.typeName());
+    if (type != "PGconn*" && type != "pg_conn*")
+        return nullptr;
+    return *static_cast<PGconn *const *>(handle.constData());
+}
+
+bool open(const QSettings &cfg, const QString &appName)
+{
+    QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QPSQL"));
+    db.setHostName(
+        text(cfg, QStringLiteral("database/host"), QStringLiteral("/var/run/postgresql")));
+    db.setPort(cfg.value(QStringLiteral("database/port"), 5432).toInt());
+    db.setDatabaseName(text(cfg, QStringLiteral("database/name"), QStringLiteral("hollowquarry")));
+    db.setUserName(text(cfg, QStringLiteral("database/user")));
+    db.setPassword(text(cfg, QStringLiteral("database/password")));
+    db.setConnectOptions(QLatin1String("application_name=") + appName
+        + QLatin1String(";options='-c client_min_messages=warning'"));
+    if (!db.open()) {
+        qCritical("database: %s", qPrintable(db.lastError().text()));
+        return false;
+    }
+    g_timeZone = text(cfg, QStringLiteral("database/timezone"),
+        QString::fromLatin1(QTimeZone::systemTimeZoneId()));
+    setTimeZone();
+    return true;
+}
+
+bool exec(QSqlQuery &q)
+{
+    // Executing a statement that the server refused to prepare would fail with a syntax error of
+    // its own and hide the cause.
+    const bool prepared = !q.lastError().isValid();
+    if (prepared && q.exec())
+        return true;
+    reportFailure(q.lastError().text());
+    return false;
+}
+
+void reportFailure(const QString &errorText)
+{
+    qWarning("sql: %s", qPrintable(errorText));
+}
+
+bool execScript(const QString &sql, QString *error)
+{
+    QSqlQuery q;
+    bool ok = q.exec(sql);
+    while (ok && q.nextResult())
+        ok = !q.lastError().isValid();
+    ok = ok && !q.lastError().isValid();
+    if (!ok)
+        *error = q.lastError().text();
+    return ok;
+}
+
+QString ident(const QString &name)
+{
+    QString quoted = name;
+    quoted.remove(QChar(u'\0'));
+    quoted.replace(QLatin1Char('"'), QLatin1String("\"\""));
+    return QLatin1Char('"') + quoted + QLatin1Char('"');
+}
+
+int schemaVersion()
+{
+    QSqlQuery q;
+    if (!q.exec(QStringLiteral("SELECT to_regclass('vesk.schema_migrations') IS NOT NULL"))
+        || !q.next() || !q.value(0).toBool())
+        return 0;
+    if (!q.exec(QStringLiteral("SELECT coalesce(max(version), 0) FROM vesk.schema_migrations"))
+        || !q.next())
+        return 0;
+    return q.value(0).toInt();
+}
+
+bool ensure(bool force)
+{
+    QSqlDatabase db = QSqlDatabase::database(QLatin1String(QSqlDatabase::defaultConnection), false);
+    if (!force && db.isOpen() && connectionStatus(db) == CONNECTION_OK)
+        return true;
+
+    const QStringList channels
+        = db.driver() ? db.driver()->subscribedToNotifications() : QStringList();
+    db.close();
+    if (!db.open()) {
+        qWarning("database: reconnect failed: %s", qPrintable(db.lastError().text()));
+        return false;
+    }
+    setTimeZone();
+    for (const QString &channel : channels)
+        db.driver()->subscribeToNotification(channel);
+    qInfo("database: reconnected");
+    return true;
+}
+
+Transaction::Transaction()
+{
+    QSqlDatabase::database().transaction();
+}
+
+Transaction::~Transaction()
+{
+    if (m_open)
+        QSqlDatabase::database().rollback();
+}
+
+bool Transaction::commit()
+{
+    QSqlDatabase db = QSqlDatabase::database();
+    const PGconn *connection = nativeConnection(db);
+    m_open = false;
+    if (connection && PQtransactionStatus(connection) != PQTRANS_INTRANS) {
+        db.rollback(); // what the server would make of a commit, without telling
+        return false;
+    }
+    if (db.commit())
+        return true;
+    reportFailure(db.lastError().text());
+    return false;
+}
+
+} // namespace vesk::db

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+namespace vesk {
+
+/// Whether a file is read through gunzip: its name ends in ".gz". The content is not looked at.
+bool isGzipName(const QString &path);
+
+/// The whole content of a file, decompressed when its name ends in ".gz"; empty when it cannot be
+/// opened. For inputs that fit into memory; access logs are read with LineReader.
+/// \a intact, when given, tells whether nothing is missing: false for a file that cannot be opened
+/// and for a damaged or truncated archive, of which the bytes before the damage are returned.
+QByteArray readMaybeGzip(const QString &path, bool *intact = nullptr);
+
+/// What the program gunzip writes when given \a data; empty or partial when it fails, and then
+/// \a intact is false.
+QByteArray gunzip(const QByteArray &data, bool *intact = nullptr);
+
+} // namespace vesk

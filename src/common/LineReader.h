@@ -1,0 +1,44 @@
+#pragma once
+
+#include <QByteArray>
+#include <QByteArrayView>
+#include <QString>
+
+#include <memory>
+#include <optional>
+
+class QIODevice;
+
+namespace vesk {
+
+/// Reads a file of any size line by line in a fixed amount of memory. A name ending in ".gz" is
+/// read through the program gunzip as its output comes; of a damaged archive the lines before the
+/// damage are read.
+class LineReader
+{
+public:
+    /// No web server writes longer lines. Of a longer one the first kMaxLineBytes + 1 bytes are
+    /// handed out, so that who reads can tell, and the rest is passed over.
+    static constexpr qsizetype kMaxLineBytes = 1024 * 1024;
+
+    /// A file that cannot be opened reads like an empty one.
+    explicit LineReader(const QString &path);
+    ~LineReader();
+    Q_DISABLE_COPY_MOVE(LineReader)
+
+    /// The next piece of the content split at line feeds, without the line feed; valid until the
+    /// next call. There is one piece more than there are line feeds: content that ends in a line
+    /// feed, or is empty, has an empty last piece. Nothing after the last piece.
+    std::optional<QByteArrayView> next();
+
+private:
+    bool refill();
+
+    std::unique_ptr<QIODevice> m_input;
+    QByteArray m_buffer;
+    qsizetype m_begin = 0; ///< first byte of m_buffer that has not been handed out
+    qsizetype m_end = 0; ///< end of the bytes read into m_buffer
+    bool m_lastTaken = false;
+};
+
+} // namespace vesk

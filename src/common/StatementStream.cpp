@@ -1,0 +1,266 @@
+#include "common/StatementStream.h"
+
+#include "common/Db.h"
+#include "common/NativeConnection.h"
+
+#include <QSqlDatabase>
+#include <QtEndian>
+
+#include <bit>
+#include <memory>
+#include <utility>
+
+#include <libpq-fe.h>
+#include <poll.h>
+
+namespace vesk::db {
+
+namespace {
+
+/// 2000-01-01 00:00 UTC, where PostgreSQL's timestamps count from, in milliseconds since 1970.
+constexpr qint64 kPostgresEpochMsecs = 946684800000;
+
+/// Bounds what waits in memory on both sides when the sender is faster than the server.
+constexpr size_t kMaxOutstanding = 32;
+
+/// Bounds what the server keeps: a prepared statement of thousands of placeholders takes about a
+/// mebibyte there. Texts beyond are parsed each time.
+constexpr qsizetype kMaxPrepared = 8;
+
+/// \a sql with $1, $2, ... for its "?" placeholders.
+QByteArray numbered(const QByteArray &sql)
+{
+    QByteArray result;
+    result.reserve(sql.size() * 2);
+    int number = 0;
+    for (const char c : sql) {
+        if (c == '?')
+            result += '$' + QByteArray::number(++number);
+        else
+            result += c;
+    }
+    return result;
+}
+
+/// A statement name that no other stream of this process uses.
+QByteArray newName()
+{
+    static int last = 0;
+    return "vesk_" + QByteArray::number(++last);
+}
+
+} // namespace
+
+void Values::addNull()
+{
+    m_fields.push_back({ -1, 0, 0 });
+}
+
+void Values::addBool(bool value)
+{
+    addBigEndian(static_cast<quint8>(value));
+}
+
+void Values::addInt2(qint16 value)
+{
+    addBigEndian(value);
+}
+
+void Values::addInt4(qint32 value)
+{
+    addBigEndian(value);
+}
+
+void Values::addInt8(qint64 value)
+{
+    addBigEndian(value);
+}
+
+void Values::addFloat4(float value)
+{
+    addBigEndian(std::bit_cast<quint32>(value));
+}
+
+void Values::addTimestamp(qint64 msecs)
+{
+    addBigEndian((msecs - kPostgresEpochMsecs) * 1000);
+}
+
+void Values::addBytes(QByteArrayView bytes)
+{
+    append(bytes, 1);
+}
+
+void Values::addText(QStringView text)
+{
+    appendText(text.toUtf8());
+}
+
+void Values::clear()
+{
+    m_bytes.resize(0); // keeps the memory
+    m_fields.clear();
+}
+
+template <typename Integer> void Values::addBigEndian(Integer value)
+{
+    char bytes[sizeof(Integer)];
+    qToBigEndian(value, bytes);
+    append({ bytes, sizeof bytes }, 1);
+}
+
+void Values::append(QByteArrayView bytes, int format)
+{
+    m_fields.push_back({ m_bytes.size(), static_cast<int>(bytes.size()), format });
+    m_bytes.append(bytes.data(), bytes.size());
+}
+
+void Values::appendText(QByteArray utf8)
+{
+    if (utf8.contains('\0'))
+        utf8.replace('\0', "\xEF\xBF\xBD");
+    append(utf8, 0);
+    m_bytes.append('\0');
+}
+
+StatementStream::~StatementStream()
+{
+    finish();
+}
+
+void StatementStream::send(const QByteArray &sql, const Values &values)
+{
+    if (!m_connection)
+        begin();
+    while (m_outstanding.size() >= kMaxOutstanding)
+        wait();
+
+    const auto count = values.m_fields.size();
+    std::vector<const char *> data(count);
+    std::vector<int> lengths(count);
+    std::vector<int> formats(count);
+    for (size_t i = 0; i < count; ++i) {
+        const Values::Field &field = values.m_fields[i];
+        data[i] = field.offset < 0 ? nullptr : values.m_bytes.constData() + field.offset;
+        lengths[i] = field.length;
+        formats[i] = field.format;
+    }
+    m_outstanding.emplace_back();
+    const QByteArray name = prepare(sql);
+    const bool sent = PQsendQueryPrepared(m_connection, name.constData(), static_cast<int>(count),
+                          data.data(), lengths.data(), formats.data(), 0)
+        && PQpipelineSync(m_connection);
+    if (!sent)
+        giveUp();
+}
+
+void StatementStream::poll()
+{
+    if (m_outstanding.empty())
+        return;
+    PQflush(m_connection);
+    PQconsumeInput(m_connection);
+    takeResults();
+}
+
+std::vector<bool> StatementStream::finish()
+{
+    while (!m_outstanding.empty())
+        wait();
+    if (m_connection) {
+        PQexitPipelineMode(m_connection);
+        PQsetnonblocking(m_connection, 0);
+        m_connection = nullptr;
+    }
+    return std::exchange(m_succeeded, {});
+}
+
+void StatementStream::begin()
+{
+    m_connection = nativeConnection(
+        QSqlDatabase::database(QLatin1String(QSqlDatabase::defaultConnection), false));
+    PQsetnonblocking(m_connection, 1);
+    PQenterPipelineMode(m_connection);
+}
+
+/// The server's name for \a sql, which is sent to be prepared first when it is new. The empty name
+/// once all names are taken.
+QByteArray StatementStream::prepare(const QByteArray &sql)
+{
+    const auto known = m_prepared.constFind(sql);
+    if (known != m_prepared.constEnd())
+        return *known;
+    QByteArray name;
+    if (m_prepared.size() < kMaxPrepared) {
+        name = newName();
+        m_prepared.insert(sql, name);
+        m_outstanding.back().prepares = sql;
+    }
+    PQsendPrepare(m_connection, name.constData(), numbered(sql).constData(), 0, nullptr);
+    return name;
+}
+
+/// Waits until the server takes or gives something.
+void StatementStream::wait()
+{
+    const bool unsent = PQflush(m_connection) == 1;
+    pollfd socket {};
+    socket.fd = PQsocket(m_connection);
+    socket.events = static_cast<short>(unsent ? POLLIN | POLLOUT : POLLIN);
+    if (PQisBusy(m_connection))
+        ::poll(&socket, 1, -1);
+    poll();
+}
+
+void StatementStream::takeResults()
+{
+    while (!m_outstanding.empty() && !PQisBusy(m_connection)) {
+        const std::unique_ptr<PGresult, decltype(&PQclear)> result(
+            PQgetResult(m_connection), &PQclear);
+        if (!result) { // the end of one statement's results, or of the connection
+            if (PQstatus(m_connection) != CONNECTION_OK)
+                giveUp();
+            continue;
+        }
+        switch (PQresultStatus(result.get())) {
+        case PGRES_PIPELINE_SYNC:
+            settle();
+            break;
+        case PGRES_FATAL_ERROR:
+            report(PQresultErrorMessage(result.get()));
+            [[fallthrough]];
+        case PGRES_PIPELINE_ABORTED: // not executed, because it could not be prepared
+            m_outstanding.front().failed = true;
+            break;
+        default:
+            break;
+        }
+    }
+}
+
+/// Notes the outcome of the statement whose results are complete.
+void StatementStream::settle()
+{
+    const Outstanding &statement = m_outstanding.front();
+    if (statement.failed && !statement.prepares.isEmpty())
+        m_prepared.remove(statement.prepares);
+    m_succeeded.push_back(!statement.failed);
+    m_outstanding.pop_front();
+}
+
+void StatementStream::report(const char *libpqText)
+{
+    if (m_reports == ReportEach || !m_failed)
+        reportFailure(QString::fromUtf8(libpqText).trimmed());
+    m_failed = true;
+}
+
+/// The connection is lost, and with it whatever has no result yet.
+void StatementStream::giveUp()
+{
+    report(PQerrorMessage(m_connection));
+    m_succeeded.insert(m_succeeded.end(), m_outstanding.size(), false);
+    m_outstanding.clear();
+}
+
+} // namespace vesk::db

@@ -1,0 +1,114 @@
+#pragma once
+
+#include <QByteArray>
+#include <QByteArrayView>
+#include <QHash>
+#include <QStringView>
+
+#include <deque>
+#include <vector>
+
+struct pg_conn;
+
+namespace vesk::db {
+
+/// The values of one execution of a statement, in the order of its placeholders. Numbers, times and
+/// bytes travel in the binary form of the named PostgreSQL type, which must be the type that the
+/// server expects at that place; texts are read by the input function of whatever type stands
+/// there.
+class Values
+{
+public:
+    void addNull();
+    void addBool(bool value);
+    void addInt2(qint16 value);
+    void addInt4(qint32 value);
+    void addInt8(qint64 value);
+    void addFloat4(float value);
+    /// \a msecs since 1970-01-01 00:00 UTC, as timestamptz.
+    void addTimestamp(qint64 msecs);
+    void addBytes(QByteArrayView bytes);
+    /// U+0000, which no text in PostgreSQL can hold, becomes U+FFFD.
+    void addText(QStringView text);
+
+    qsizetype size() const { return static_cast<qsizetype>(m_fields.size()); }
+    void clear();
+
+private:
+    friend class StatementStream;
+
+    struct Field
+    {
+        qsizetype offset; ///< into m_bytes, -1 for NULL
+        int length;
+        int format; ///< 0 text, 1 binary
+    };
+
+    template <typename Integer> void addBigEndian(Integer value);
+    void append(QByteArrayView bytes, int format);
+    void appendText(QByteArray utf8);
+
+    QByteArray m_bytes;
+    std::vector<Field> m_fields;
+};
+
+/// Executes statements on the default connection without waiting for one before sending the next
+/// (libpq's pipeline mode). From the first send() to finish() nothing else may use the connection.
+/// A statement text is prepared on the server once and then executed by name. Each statement
+/// succeeds or fails by itself, as if sent alone; failures are reported as by exec().
+class StatementStream
+{
+public:
+    enum Reports {
+        ReportEach,
+        ReportFirst, ///< what follows the first failure only repeats that the transaction is lost
+    };
+
+    explicit StatementStream(Reports reports = ReportEach)
+        : m_reports(reports)
+    {
+    }
+    ~StatementStream();
+    Q_DISABLE_COPY_MOVE(StatementStream)
+
+    /// Sends \a sql, written with "?" placeholders, with its values. Waits only when many
+    /// statements are on their way already.
+    void send(const QByteArray &sql, const Values &values);
+
+    /// Moves on what can be moved without waiting. To be called now and then between send() and
+    /// finish() by who has other work to do.
+    void poll();
+
+    /// Whether any statement of this stream is known to have failed.
+    bool failed() const { return m_failed; }
+
+    /// Waits for all results. Whether each statement sent since the last finish() succeeded, in
+    /// order.
+    std::vector<bool> finish();
+
+private:
+    struct Outstanding
+    {
+        QByteArray
+            prepares; ///< the statement text, when it is prepared together with this execution
+        bool failed = false;
+    };
+
+    void begin();
+    void wait();
+    void takeResults();
+    void settle();
+    void giveUp();
+    QByteArray prepare(const QByteArray &sql);
+    void report(const char *libpqText);
+
+    const Reports m_reports;
+    bool m_failed = false;
+
+    pg_conn *m_connection = nullptr; ///< null between finish() and send()
+    QHash<QByteArray, QByteArray> m_prepared; ///< statement text to its name on the server
+    std::deque<Outstanding> m_outstanding; ///< statements whose results are not complete, in order
+    std::vector<bool> m_succeeded; ///< of the statements whose results are
+};
+
+} // namespace vesk::db
