@@ -1,7 +1,12 @@
+#include "admin/Prompt.h"
+#include "analytics/GeoIp.h"
 #include "analytics/Ingest.h"
+#include "analytics/SearchImport.h"
 #include "common/Config.h"
 #include "common/Db.h"
+#include "common/Gzip.h"
 #include "common/LineReader.h"
+#include "common/Password.h"
 
 #include <QCommandLineOption>
 #include <QCommandLineParser>
@@ -10,6 +15,8 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QSet>
 #include <QSettings>
 #include <QSqlDatabase>
@@ -17,8 +24,11 @@
 #include <QSqlQuery>
 #include <QStringList>
 
+#include <array>
 #include <cstdio>
 #include <limits>
+
+#include <unistd.h>
 
 using vesk::analytics::Ingest;
 
@@ -93,6 +103,55 @@ int migrate()
 }
 
 // ---- Records ----
+
+/// One line from standard input, without its line feed; from a terminal with \a prompt and without
+/// echo. Empty at the end of input.
+QString readPassword(const char *prompt)
+{
+    std::array<char, 1024> buf {};
+    const bool terminal = isatty(STDIN_FILENO) == 1;
+    const char *line = nullptr;
+    if (terminal) {
+        fputs(prompt, stderr);
+        const EchoOff echoOff;
+        line = fgets(buf.data(), static_cast<int>(buf.size()), stdin);
+    } else {
+        line = fgets(buf.data(), static_cast<int>(buf.size()), stdin);
+    }
+    if (terminal)
+        fputc('\n', stderr);
+    QString password = line ? QString::fromUtf8(line) : QString();
+    if (password.endsWith(u'\n'))
+        password.chop(1);
+    return password;
+}
+
+int addUser(const QString &name, const QString &role)
+{
+    if (role != QLatin1String("maintainer") && role != QLatin1String("customer")) {
+        qCritical("role must be maintainer or customer");
+        return 1;
+    }
+    const QString password = readPassword("Password: ");
+    if (password.size() < 12) {
+        qCritical("password must be at least 12 characters");
+        return 1;
+    }
+    if (isatty(STDIN_FILENO) == 1 && readPassword("Again: ") != password) {
+        qCritical("passwords do not match");
+        return 1;
+    }
+    QSqlQuery q;
+    q.prepare(
+        QStringLiteral("INSERT INTO vesk.users (username, password_hash, role) VALUES (?, ?, ?)"));
+    q.addBindValue(name);
+    q.addBindValue(vesk::password::hash(password));
+    q.addBindValue(role);
+    if (!vesk::db::exec(q))
+        return 1;
+    printf("created %s (%s)\n", qPrintable(name), qPrintable(role));
+    return 0;
+}
 
 int addSite(const QString &host, const QString &name)
 {
@@ -174,6 +233,29 @@ int rollupSite(const QString &host)
     return 0;
 }
 
+// ---- Reference data ----
+
+int geoipUpdate(const QString &file)
+{
+    bool ok = false;
+    const QString message = vesk::analytics::updateGeoIp(file, &ok);
+    printf("%s\n", qPrintable(message));
+    return ok ? 0 : 1;
+}
+
+int importGsc(const QString &host, const QString &file)
+{
+    const int site = siteId(host);
+    if (site == 0)
+        return 1;
+    bool ok = false;
+    const QJsonObject object = QJsonDocument::fromJson(vesk::readMaybeGzip(file)).object();
+    const QString message
+        = vesk::analytics::importSearchData(site, QStringLiteral("google"), object, &ok);
+    printf("%s: %s\n", qPrintable(host), qPrintable(message));
+    return ok ? 0 : 1;
+}
+
 // ---- Dispatch ----
 
 /// A command word with the numbers of positional arguments, the word included, that it takes.
@@ -189,16 +271,22 @@ constexpr qsizetype kAnyNumber = std::numeric_limits<qsizetype>::max();
 
 constexpr Command kCommands[] = {
     { "migrate", 1, kAnyNumber, [](const QStringList &, const QString &) { return migrate(); } },
+    { "add-user", 2, 2,
+        [](const QStringList &args, const QString &role) { return addUser(args[1], role); } },
     { "add-site", 3, 3,
         [](const QStringList &args, const QString &) { return addSite(args[1], args[2]); } },
     { "add-log", 3, 3,
         [](const QStringList &args, const QString &) { return addLog(args[1], args[2]); } },
     { "import-log", 3, kAnyNumber,
         [](const QStringList &args, const QString &) { return importLogs(args[1], args.mid(2)); } },
+    { "import-gsc", 3, 3,
+        [](const QStringList &args, const QString &) { return importGsc(args[1], args[2]); } },
     { "rollup", 2, 2,
         [](const QStringList &args, const QString &) { return rollupSite(args[1]); } },
     { "set", 3, 3,
         [](const QStringList &args, const QString &) { return setSetting(args[1], args[2]); } },
+    { "geoip-update", 1, kAnyNumber,
+        [](const QStringList &args, const QString &) { return geoipUpdate(args.value(1)); } },
 };
 
 } // namespace

@@ -1,0 +1,172 @@
+#include "analytics/GeoIp.h"
+
+#include "common/Db.h"
+#include "common/Gzip.h"
+#include "common/StatementStream.h"
+
+#include <QByteArray>
+#include <QByteArrayView>
+#include <QDate>
+#include <QEventLoop>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QSqlQuery>
+#include <QUrl>
+#include <QVariant>
+
+#include <array>
+#include <optional>
+
+namespace vesk::analytics {
+
+namespace {
+
+constexpr int kRows = 1000; // lines per statement
+
+/// A real file has hundreds of thousands of lines. One that splits at line feeds into fewer parts
+/// is something else, an error page for example.
+constexpr qsizetype kMinimumParts = 1000;
+
+QString notACountryFile()
+{
+    return QStringLiteral("that does not look like a DB-IP country file");
+}
+
+QString databaseError()
+{
+    return QStringLiteral("database error while loading");
+}
+
+QString currentMonth()
+{
+    return QDate::currentDate().toString(QStringLiteral("yyyy-MM"));
+}
+
+/// The current month's file, compressed; nothing, and the reason in \a error, when it cannot be
+/// had.
+std::optional<QByteArray> download(QString *error)
+{
+    QNetworkAccessManager network;
+    const QUrl url(QStringLiteral("https://download.db-ip.com/free/dbip-country-lite-%1.csv.gz")
+                       .arg(currentMonth()));
+    QNetworkReply *reply = network.get(QNetworkRequest(url));
+    QEventLoop loop;
+    QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
+    loop.exec();
+    reply->deleteLater();
+    if (reply->error() != QNetworkReply::NoError) {
+        *error = reply->errorString();
+        return {};
+    }
+    return reply->readAll();
+}
+
+/// First address, last address and country code.
+using Range = std::array<QByteArrayView, 3>;
+
+/// The range on a line "first,last,code[,...]"; nothing when it has no two-letter code or stands
+/// for no country.
+std::optional<Range> parseRange(QByteArrayView line)
+{
+    Range fields;
+    line = line.trimmed();
+    for (size_t i = 0; i < fields.size(); ++i) {
+        const qsizetype comma = line.indexOf(',');
+        if (comma < 0 && i + 1 < fields.size())
+            return {};
+        fields[i] = comma < 0 ? line : line.first(comma);
+        line = comma < 0 ? QByteArrayView() : line.sliced(comma + 1);
+    }
+    if (fields[2].size() != 2 || fields[2] == "ZZ")
+        return {};
+    return fields;
+}
+
+QByteArray insertStatement(int rows)
+{
+    QByteArray sql = "INSERT INTO vesk.geo_country (ip_from, ip_to, country) VALUES ";
+    for (int i = 0; i < rows; ++i)
+        sql += i == 0 ? "(CAST(? AS inet), CAST(? AS inet), ?)"
+                      : ", (CAST(? AS inet), CAST(? AS inet), ?)";
+    return sql + " ON CONFLICT DO NOTHING";
+}
+
+/// Sends the ranges of all lines of \a csv; their number, or nothing when a statement failed.
+std::optional<qint64> insertRanges(QByteArrayView csv)
+{
+    db::StatementStream stream(db::StatementStream::ReportFirst);
+    db::Values values;
+    qint64 stored = 0;
+    for (bool more = true; more && !stream.failed();) {
+        int rows = 0;
+        values.clear();
+        for (int i = 0; i < kRows && more; ++i) {
+            const qsizetype lineFeed = csv.indexOf('\n');
+            more = lineFeed >= 0;
+            if (const auto range = parseRange(more ? csv.first(lineFeed) : csv)) {
+                for (const QByteArrayView field : *range)
+                    values.addText(QString::fromLatin1(field));
+                ++rows;
+            }
+            csv = csv.sliced(more ? lineFeed + 1 : csv.size());
+        }
+        if (rows > 0)
+            stream.send(insertStatement(rows), values);
+        stored += rows;
+    }
+    stream.finish();
+    return stream.failed() ? std::nullopt : std::optional(stored);
+}
+
+void rememberMonth()
+{
+    QSqlQuery q;
+    q.prepare(QStringLiteral("INSERT INTO vesk.settings VALUES ('geoip_month', ?) "
+                             "ON CONFLICT (key) DO UPDATE SET value = excluded.value"));
+    q.addBindValue(currentMonth());
+    db::exec(q);
+}
+
+} // namespace
+
+QString updateGeoIp(const QString &file, bool *ok)
+{
+    *ok = false;
+    QByteArray csv;
+    bool intact = false;
+    if (file.isEmpty()) {
+        QString error;
+        const std::optional<QByteArray> body = download(&error);
+        if (!body)
+            return QLatin1String("download failed: ") + error;
+        csv = gunzip(*body, &intact);
+    } else {
+        csv = readMaybeGzip(file, &intact);
+    }
+    if (!intact || csv.count('\n') + 1 < kMinimumParts)
+        return notACountryFile();
+
+    db::Transaction transaction;
+    QSqlQuery clear;
+    clear.exec(QStringLiteral("TRUNCATE vesk.geo_country"));
+    const std::optional<qint64> stored = insertRanges(csv);
+    if (!stored)
+        return databaseError();
+    if (*stored == 0)
+        return notACountryFile();
+    rememberMonth();
+    if (!transaction.commit())
+        return databaseError();
+    *ok = true;
+    return QStringLiteral("loaded %1 country ranges (IP data by DB-IP, CC BY 4.0)").arg(*stored);
+}
+
+bool geoIpIsStale()
+{
+    QSqlQuery q;
+    q.exec(QStringLiteral("SELECT value FROM vesk.settings WHERE key = 'geoip_month'"));
+    return !q.next() || q.value(0).toString() != currentMonth();
+}
+
+} // namespace vesk::analytics

@@ -1,0 +1,143 @@
+#include "analytics/SearchImport.h"
+
+#include "common/Db.h"
+#include "common/StatementStream.h"
+
+#include <QByteArray>
+#include <QJsonArray>
+#include <QJsonValue>
+#include <QUrl>
+
+#include <algorithm>
+
+namespace vesk::analytics {
+
+namespace {
+
+constexpr qsizetype kBatchRows = 500;
+
+/// The site and engine that data is stored for, and its range of days.
+struct Target
+{
+    int site;
+    QString engine;
+    QString first;
+    QString last;
+};
+
+/// Element \a i of an object's keys; empty when it is missing or no text.
+QString key(const QJsonObject &object, qsizetype i)
+{
+    return object.value(QLatin1String("keys")).toArray().at(i).toString();
+}
+
+Target target(int site, const QString &engine, const QJsonArray &totals)
+{
+    Target target { site, engine, QStringLiteral("9999"), {} };
+    for (const QJsonValue &total : totals) {
+        const QString day = key(total.toObject(), 0);
+        if (day <= target.first)
+            target.first = day;
+        if (day > target.last)
+            target.last = day;
+    }
+    return target;
+}
+
+/// Deletes what is stored for the range in \a table.
+void clearRange(db::StatementStream &stream, const QByteArray &table, const Target &target)
+{
+    db::Values values;
+    values.addInt4(target.site);
+    values.addText(target.engine);
+    values.addText(target.first);
+    values.addText(target.last);
+    stream.send("DELETE FROM " + table
+            + " WHERE site_id = ? AND engine = ? "
+              "AND day BETWEEN CAST(? AS date) AND CAST(? AS date)",
+        values);
+}
+
+void addFigures(db::Values &values, const QJsonObject &object)
+{
+    values.addInt4(object.value(QLatin1String("clicks")).toInt());
+    values.addInt4(object.value(QLatin1String("impressions")).toInt());
+    // As text: a number beyond the column's range is for the database to refuse.
+    values.addText(QString::number(object.value(QLatin1String("position")).toDouble(), 'g', 17));
+}
+
+void sendTotals(db::StatementStream &stream, const Target &target, const QJsonArray &totals)
+{
+    db::Values values;
+    for (const QJsonValue &total : totals) {
+        const QJsonObject object = total.toObject();
+        values.clear();
+        values.addInt4(target.site);
+        values.addText(target.engine);
+        values.addText(key(object, 0));
+        addFigures(values, object);
+        stream.send("INSERT INTO vesk.search_days VALUES (?, ?, CAST(? AS date), ?, ?, ?)", values);
+    }
+}
+
+QByteArray insertRowsStatement(qsizetype rows)
+{
+    static const QByteArray tuple
+        = "(?, ?, CAST(? AS date), ?, ?, "
+          "(SELECT alpha2 FROM vesk.country_codes WHERE alpha3 = ?), ?, ?, ?, ?)";
+    QByteArray sql = "INSERT INTO vesk.search_rows VALUES " + tuple;
+    for (qsizetype i = 1; i < rows; ++i)
+        sql += ", " + tuple;
+    return sql;
+}
+
+void addRow(db::Values &values, const Target &target, const QJsonObject &row)
+{
+    values.addInt4(target.site);
+    values.addText(target.engine);
+    values.addText(key(row, 0));
+    values.addText(key(row, 1));
+    values.addText(QUrl(key(row, 2), QUrl::TolerantMode).path(QUrl::FullyDecoded));
+    values.addText(key(row, 3).toLower());
+    values.addText(key(row, 4).toLower());
+    addFigures(values, row);
+}
+
+void sendRows(db::StatementStream &stream, const Target &target, const QJsonArray &rows)
+{
+    db::Values values;
+    for (qsizetype i = 0; i < rows.size() && !stream.failed(); i += kBatchRows) {
+        const qsizetype end = std::min(i + kBatchRows, rows.size());
+        values.clear();
+        for (qsizetype row = i; row < end; ++row)
+            addRow(values, target, rows.at(row).toObject());
+        stream.send(insertRowsStatement(end - i), values);
+    }
+}
+
+} // namespace
+
+QString importSearchData(int site, const QString &engine, const QJsonObject &data, bool *ok)
+{
+    *ok = false;
+    const QJsonArray totals = data.value(QLatin1String("totals")).toArray();
+    const QJsonArray rows = data.value(QLatin1String("rows")).toArray();
+    if (totals.isEmpty())
+        return QStringLiteral("no daily totals in the data");
+    const Target range = target(site, engine, totals);
+
+    db::Transaction transaction;
+    db::StatementStream stream(db::StatementStream::ReportFirst);
+    clearRange(stream, "vesk.search_days", range);
+    clearRange(stream, "vesk.search_rows", range);
+    sendTotals(stream, range, totals);
+    sendRows(stream, range, rows);
+    stream.finish();
+    if (stream.failed() || !transaction.commit())
+        return QStringLiteral("database error while storing");
+    *ok = true;
+    return QStringLiteral("%1 days (%2 to %3), %4 detail rows")
+        .arg(QString::number(totals.size()), range.first, range.last, QString::number(rows.size()));
+}
+
+} // namespace vesk::analytics

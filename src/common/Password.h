@@ -1,0 +1,16 @@
+#pragma once
+
+#include <QString>
+
+/// The stored form of panel passwords, which other programs of the suite read too:
+/// pbkdf2-sha256$ITERATIONS$SALT$KEY, salt and key in Base64 (RFC 4648). The key is PBKDF2 (RFC
+/// 8018) with HMAC-SHA-256 over the password's UTF-8.
+namespace vesk::password {
+
+/// A new hash string for \a plain, with a salt of its own.
+QString hash(const QString &plain);
+
+/// Whether \a plain is the password behind \a stored. False, too, when \a stored cannot be read.
+bool verify(const QString &plain, const QString &stored);
+
+} // namespace vesk::password
