@@ -40,6 +40,9 @@ private slots:
     void importsAndRollsUp();
     void streamsArchives();
     void failuresOfImportAndRollup();
+    void users_data();
+    void users();
+    void referenceData();
 
 private:
     /// Runs the program with the test database's configuration.
@@ -281,6 +284,93 @@ void TestCli::failuresOfImportAndRollup()
     QCOMPARE(run.err.count("sql: "), 1);
     QCOMPARE(run.out, QByteArray("example.org: rolled up 0 days\n"));
     QCOMPARE(run.status, 0);
+}
+
+void TestCli::users_data()
+{
+    QTest::addColumn<QString>("arguments"); // after add-user
+    QTest::addColumn<QByteArray>("input");
+    QTest::addColumn<QByteArray>("out"); // all of it on success
+    QTest::addColumn<QByteArray>("err"); // the beginning
+    QTest::newRow("maintainer") << QStringLiteral("a") << QByteArray("123456789012\nrest\n")
+                                << QByteArray("created a (maintainer)\n") << QByteArray();
+    QTest::newRow("customer") << QStringLiteral("a --role customer") << QByteArray("123456789012")
+                              << QByteArray("created a (customer)\n") << QByteArray();
+    QTest::newRow("a carriage return counts")
+        << QStringLiteral("a") << QByteArray("12345678901\r\n")
+        << QByteArray("created a (maintainer)\n") << QByteArray();
+    QTest::newRow("outside the BMP") << QStringLiteral("a") << QByteArray("😀😀😀😀😀😀\n")
+                                     << QByteArray("created a (maintainer)\n") << QByteArray();
+    const QByteArray tooShort = "password must be at least 12 characters\n";
+    QTest::newRow("11 characters")
+        << QStringLiteral("a") << QByteArray("12345678901\n") << QByteArray() << tooShort;
+    QTest::newRow("up to a NUL") << QStringLiteral("a") << QByteArray("1234\00056789012345\n", 16)
+                                 << QByteArray() << tooShort;
+    QTest::newRow("end of input") << QStringLiteral("a") << QByteArray() << QByteArray()
+                                  << tooShort;
+    QTest::newRow("role") << QStringLiteral("a --role Maintainer") << QByteArray() << QByteArray()
+                          << QByteArray("role must be maintainer or customer\n");
+    QTest::newRow("name") << QStringLiteral("a/b") << QByteArray("123456789012\n") << QByteArray()
+                          << QByteArray("sql: ");
+}
+
+void TestCli::users()
+{
+    QFETCH(QString, arguments);
+    QFETCH(QByteArray, input);
+    QFETCH(QByteArray, out);
+    QFETCH(QByteArray, err);
+    admin(words("migrate"));
+    const Run run = admin(QStringList(QStringLiteral("add-user")) + arguments.split(u' '), input);
+    QCOMPARE(run.out, out);
+    QCOMPARE(run.status, out.isEmpty() ? 1 : 0);
+    QVERIFY2(run.err.startsWith(err) && run.err.isEmpty() == err.isEmpty(), run.err.constData());
+    QCOMPARE(value(QStringLiteral("SELECT count(*) FROM vesk.users")).toInt(), 1 - run.status);
+}
+
+void TestCli::referenceData()
+{
+    admin(words("migrate"));
+    admin(words("add-site a.example Name"));
+    QByteArray csv;
+    for (int i = 0; i < 1000; ++i)
+        csv += "10.0." + QByteArray::number(i / 256) + '.' + QByteArray::number(i % 256)
+            + ",10.0.9.9,DE\n";
+    const QString ranges = m_database->file(QStringLiteral("ranges.csv"), csv);
+    Run run = admin({ QStringLiteral("geoip-update"), ranges, QStringLiteral("ignored") });
+    QCOMPARE(run.out, QByteArray("loaded 1000 country ranges (IP data by DB-IP, CC BY 4.0)\n"));
+    QCOMPARE(run.status, 0);
+    run = admin(words("geoip-update /nowhere.gz"));
+    QCOMPARE(run.out, QByteArray("that does not look like a DB-IP country file\n"));
+    QCOMPARE(run.status, 1);
+    execute(QStringLiteral("ALTER TABLE vesk.geo_country ADD CHECK (country <> 'FR')"));
+    run = admin({ QStringLiteral("geoip-update"),
+        m_database->file(QStringLiteral("fr.csv"), csv.replace("DE", "FR")) });
+    QCOMPARE(run.out, QByteArray("database error while loading\n"));
+    QVERIFY(run.err.startsWith("sql: "));
+    QCOMPARE(run.status, 1);
+    QCOMPARE(
+        value(QStringLiteral("SELECT count(*) FROM vesk.geo_country")), QStringLiteral("1000"));
+
+    const QByteArray document = R"({"totals": [{"keys": ["2024-05-01"], "clicks": 1}]})";
+    const QString plain = m_database->file(QStringLiteral("gsc.json"), document);
+    QCOMPARE(QProcess::execute(QStringLiteral("gzip"), { QStringLiteral("-k"), plain }), 0);
+    for (const QString &file : { plain, plain + QStringLiteral(".gz") }) {
+        run = admin({ QStringLiteral("import-gsc"), QStringLiteral("A.example"), file });
+        QCOMPARE(
+            run.out, QByteArray("A.example: 1 days (2024-05-01 to 2024-05-01), 0 detail rows\n"));
+        QCOMPARE(run.status, 0);
+    }
+    for (const char *broken : { "", "[1]", "{\"totals\": [", "no json" }) {
+        run = admin({ QStringLiteral("import-gsc"), QStringLiteral("a.example"),
+            m_database->file(QStringLiteral("broken.json"), broken) });
+        QCOMPARE(run.out, QByteArray("a.example: no daily totals in the data\n"));
+        QCOMPARE(run.err, QByteArray());
+        QCOMPARE(run.status, 1);
+    }
+    run = admin({ QStringLiteral("import-gsc"), QStringLiteral("b.example"), plain });
+    QCOMPARE(run.err, QByteArray("unknown site b.example (add it with add-site)\n"));
+    QCOMPARE(run.out, QByteArray());
 }
 
 QTEST_GUILESS_MAIN(TestCli)

@@ -1,0 +1,153 @@
+#!/usr/bin/env python3
+"""Plays the country file's download server on this machine: geoip-update without a file, over TLS.
+
+usage: download.py VESK-ADMIN, under scripts/with-postgres. Runs in mount and network namespaces of its
+own, where the server's name and the system's certificates are the test's; exits with 77 where
+namespaces are not allowed.
+"""
+
+import datetime
+import gzip
+import http.server
+import os
+import pathlib
+import ssl
+import subprocess
+import sys
+import tempfile
+import threading
+
+HOST = "download.db-ip.com"
+SKIPPED = 77
+
+
+def enter_namespaces():
+    unshare = ["unshare", "--mount", "--net"] + ([] if os.geteuid() == 0 else ["--map-root-user"])
+    try:
+        allowed = subprocess.run(unshare + ["mount", "-t", "tmpfs", "none", "/mnt"], stderr=subprocess.DEVNULL)
+        allowed = allowed.returncode == 0
+    except FileNotFoundError:
+        allowed = False
+    if not allowed:
+        print("skipped: namespaces are not allowed here")
+        sys.exit(SKIPPED)
+    os.environ["IN_NAMESPACES"] = "1"
+    os.execvp(unshare[0], unshare + [sys.executable] + sys.argv)
+
+
+def openssl(folder, *arguments):
+    subprocess.run(["openssl", *arguments], cwd=folder, check=True, capture_output=True)
+
+
+def make_certificates(folder):
+    """ca.pem signs server.pem; stranger.pem is signed by nobody that the system trusts."""
+    (folder / "names").write_text(f"subjectAltName=DNS:{HOST}\n")
+    for name in ("ca", "stranger"):
+        openssl(folder, "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj", f"/CN={HOST} {name}",
+                "-addext", f"subjectAltName=DNS:{HOST}", "-keyout", f"{name}.key", "-out", f"{name}.pem")
+    openssl(folder, "req", "-newkey", "rsa:2048", "-nodes", "-subj", f"/CN={HOST}", "-keyout", "server.key", "-out", "server.csr")
+    openssl(folder, "x509", "-req", "-in", "server.csr", "-CA", "ca.pem", "-CAkey", "ca.key", "-CAcreateserial",
+            "-days", "2", "-extfile", "names", "-out", "server.pem")
+
+
+def take_over_the_names(folder):
+    (folder / "hosts").write_text(f"127.0.0.1 {HOST} localhost\n")
+    (folder / "certs").mkdir()
+    (folder / "certs" / "ca.pem").write_text((folder / "ca.pem").read_text())
+    subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
+    for source, target in (("hosts", "/etc/hosts"), ("certs", "/etc/ssl/certs")):
+        subprocess.run(["mount", "--bind", folder / source, target], check=True)
+
+
+class Server:
+    """Answers on port 443 with what `answers` holds by path: status, headers and body."""
+
+    def __init__(self, folder, name, answers):
+        self.requests = []
+        server = self
+
+        class Handler(http.server.BaseHTTPRequestHandler):
+            def do_GET(self):
+                server.requests.append(self.path)
+                status, headers, body = answers.get(self.path, (404, {}, b"nothing here"))
+                self.send_response(status)
+                for key, value in headers.items():
+                    self.send_header(key, value)
+                self.send_header("Content-Length", str(len(body)))
+                self.end_headers()
+                self.wfile.write(body)
+
+            def log_message(self, *_):
+                pass
+
+        context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+        context.load_cert_chain(folder / f"{name}.pem", folder / f"{name}.key")
+        self.http = http.server.ThreadingHTTPServer(("127.0.0.1", 443), Handler)
+        self.http.socket = context.wrap_socket(self.http.socket, server_side=True)
+
+    def __enter__(self):
+        threading.Thread(target=self.http.serve_forever, daemon=True).start()
+        return self
+
+    def __exit__(self, *_):
+        self.http.shutdown()
+        self.http.server_close()
+
+
+def main():
+    program = sys.argv[1]
+    folder = pathlib.Path(tempfile.mkdtemp())
+    make_certificates(folder)
+    take_over_the_names(folder)
+    config = folder / "vesk.ini"
+    config.write_text(f"[database]\nhost={os.environ['PGHOST']}\nname=postgres\nuser={os.environ['PGUSER']}\n")
+
+    def sql(statement):
+        return subprocess.run(["psql", "-XAtc", statement], check=True, capture_output=True, text=True).stdout.strip()
+
+    def admin(*arguments):
+        return subprocess.run([program, "-c", config, *arguments], capture_output=True, text=True)
+
+    assert admin("migrate").returncode == 0
+    sql("INSERT INTO vesk.geo_country VALUES ('1.0.0.0', '1.0.0.255', 'AU')")
+
+    path = f"/free/dbip-country-lite-{datetime.date.today():%Y-%m}.csv.gz"
+    csv = "".join(f"10.{i // 256}.{i % 256}.0,10.{i // 256}.{i % 256}.255,DE\n" for i in range(3000))
+    archive = gzip.compress(csv.encode())
+    refusal = "that does not look like a DB-IP country file\n"
+
+    def failing(name, certificate, answers, expected):
+        with Server(folder, certificate, answers):
+            run = admin("geoip-update")
+        check(name, run, expected, 1, "1")
+
+    def check(name, run, expected, status, count):
+        assert run.stdout.startswith(expected) and run.stdout.count("\n") == 1, (name, run)
+        assert run.returncode == status and run.stderr == "", (name, run)
+        assert sql("SELECT count(*) FROM vesk.geo_country") == count, name
+        print("ok:", name)
+
+    failing("404", "server", {}, "download failed: Error transferring")
+    failing("500", "server", {path: (500, {}, archive)}, "download failed: ")
+    failing("no archive", "server", {path: (200, {}, b"<html>")}, refusal)
+    failing("truncated archive", "server", {path: (200, {}, archive[:-9])}, refusal)
+    failing("other content", "server", {path: (200, {}, gzip.compress(b"a,b,c\n" * 2000))}, refusal)
+    failing("redirect to plain HTTP", "server", {path: (302, {"Location": f"http://{HOST}/x"}, b"")}, "download failed: ")
+    failing("untrusted certificate", "stranger", {path: (200, {}, archive)}, "download failed: ")
+    check("connection refused", admin("geoip-update"), "download failed: Connection refused\n", 1, "1")
+
+    success = "loaded 3000 country ranges (IP data by DB-IP, CC BY 4.0)\n"
+    moved = {path: (302, {"Location": "/moved.csv.gz"}, b""), "/moved.csv.gz": (200, {}, archive)}
+    with Server(folder, "server", moved) as server:
+        check("redirect", admin("geoip-update"), success, 0, "3000")
+        assert server.requests == [path, "/moved.csv.gz"], server.requests
+    sql("TRUNCATE vesk.geo_country")
+    with Server(folder, "server", {path: (200, {}, archive)}) as server:
+        check("200", admin("geoip-update"), success, 0, "3000")
+        assert server.requests == [path], server.requests
+    assert sql("SELECT value FROM vesk.settings WHERE key = 'geoip_month'") == f"{datetime.date.today():%Y-%m}"
+
+
+if "IN_NAMESPACES" not in os.environ:
+    enter_namespaces()
+main()
