@@ -22,7 +22,7 @@ void ignoreWarning(const char *pattern)
 bool reopen(const QString &file)
 {
     QSqlDatabase::removeDatabase(QLatin1String(QSqlDatabase::defaultConnection));
-    return db::open(QSettings(file, QSettings::IniFormat), QStringLiteral("some-name"));
+    return db::open(QSettings(file, QSettings::IniFormat), "some-name");
 }
 
 bool run(const QString &statement)
@@ -39,7 +39,7 @@ class TestDb : public QObject
     Q_OBJECT
 
 private slots:
-    void init() { QTest::failOnWarning(QRegularExpression(QStringLiteral(".*"))); }
+    void init() { QTest::failOnWarning(QRegularExpression(".*")); }
     void opensWhatTheFileNames();
     void refusesWithTheReason();
     void unknownZoneIsOnlyReported();
@@ -57,33 +57,29 @@ private slots:
 void TestDb::opensWhatTheFileNames()
 {
     const TestDatabase database;
-    execute(QStringLiteral("CREATE DATABASE \"comma,name\""));
-    const QString file = database.file(QStringLiteral("comma.ini"),
-        "[database]\nname=comma,name\ntimezone=Asia/Tokyo\nuser=" + qgetenv("PGUSER")
-            + "\nhost=" + qgetenv("PGHOST") + "\n");
+    execute("CREATE DATABASE \"comma,name\"");
+    const QString file = database.file(
+        "comma.ini", "[database]\nname=comma,name\ntimezone=Asia/Tokyo\nuser=" + qgetenv("PGUSER") + "\nhost=" + qgetenv("PGHOST") + "\n");
     QVERIFY(reopen(file));
-    QCOMPARE(rows(QStringLiteral("SELECT current_database(), current_setting('TimeZone'), "
-                                 "current_setting('application_name'), "
-                                 "current_setting('client_min_messages')")),
-        QStringList(QStringLiteral("comma,name|Asia/Tokyo|some-name|warning")));
+    QCOMPARE(rows("SELECT current_database(), current_setting('TimeZone'), current_setting('application_name'), "
+                  "current_setting('client_min_messages')"),
+        QStringList("comma,name|Asia/Tokyo|some-name|warning"));
     QVERIFY(reopen(database.config()));
-    execute(QStringLiteral("DROP DATABASE \"comma,name\""));
+    execute("DROP DATABASE \"comma,name\"");
 }
 
 void TestDb::refusesWithTheReason()
 {
     const TestDatabase database(TestDatabase::Empty);
-    const QString file = database.file(QStringLiteral("no.ini"),
-        "[database]\nname=nowhere\nuser=" + qgetenv("PGUSER") + "\nhost=" + qgetenv("PGHOST"));
-    QTest::ignoreMessage(QtCriticalMsg, QRegularExpression(QStringLiteral("^database: .*nowhere")));
+    const QString file = database.file("no.ini", "[database]\nname=nowhere\nuser=" + qgetenv("PGUSER") + "\nhost=" + qgetenv("PGHOST"));
+    QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("^database: .*nowhere"));
     QVERIFY(!reopen(file));
 }
 
 void TestDb::unknownZoneIsOnlyReported()
 {
     const TestDatabase database(TestDatabase::Empty);
-    QSettings(database.config(), QSettings::IniFormat)
-        .setValue(QStringLiteral("database/timezone"), QStringLiteral("Mars/Phobos"));
+    QSettings(database.config(), QSettings::IniFormat).setValue("database/timezone", "Mars/Phobos");
     ignoreWarning("^sql: .*Mars/Phobos");
     QVERIFY(reopen(database.config()));
 }
@@ -92,11 +88,9 @@ void TestDb::execReportsTheCause_data()
 {
     QTest::addColumn<QString>("statement");
     QTest::addColumn<QByteArray>("message");
-    QTest::newRow("syntax") << QStringLiteral("SELEC 1") << QByteArray("^sql: .*near \"SELEC\"");
-    QTest::newRow("prepare refused") << QStringLiteral("SELECT 1 FROM nothing")
-                                     << QByteArray("^sql: .*\"nothing\" does not exist");
-    QTest::newRow("execution fails")
-        << QStringLiteral("SELECT 1/(random()*0)::int") << QByteArray("^sql: .*division by zero");
+    QTest::newRow("syntax") << "SELEC 1" << QByteArray("^sql: .*near \"SELEC\"");
+    QTest::newRow("prepare refused") << "SELECT 1 FROM nothing" << QByteArray("^sql: .*\"nothing\" does not exist");
+    QTest::newRow("execution fails") << "SELECT 1/(random()*0)::int" << QByteArray("^sql: .*division by zero");
 }
 
 void TestDb::execReportsTheCause()
@@ -106,33 +100,33 @@ void TestDb::execReportsTheCause()
     QFETCH(QByteArray, message);
     ignoreWarning(message.constData());
     QVERIFY(!run(statement));
-    QVERIFY(run(QStringLiteral("SELECT 1")));
+    QVERIFY(run("SELECT 1"));
 }
 
 void TestDb::scriptsFailAtAnyStatement()
 {
     const TestDatabase database(TestDatabase::Empty);
     QString error;
-    QVERIFY(db::execScript(
-        QStringLiteral("CREATE TABLE t (i int); INSERT INTO t VALUES (1);"), &error));
+    QVERIFY(db::execScript("CREATE TABLE t (i int); INSERT INTO t VALUES (1);", &error));
     QCOMPARE(error, QString());
-    for (const char *script :
-        { "SELECT 1; SELECT 1/0; SELECT 2", "SELECT 1; SELECT 1/0", "SELECT 1/0" }) {
+    for (const char *script : { "SELECT 1; SELECT 1/0; SELECT 2", "SELECT 1; SELECT 1/0", "SELECT 1/0" }) {
         error.clear();
         QVERIFY(!db::execScript(QString::fromLatin1(script), &error));
-        QVERIFY2(error.contains(QLatin1String("division by zero")), script);
+        QVERIFY2(error.contains("division by zero"), script);
     }
-    QCOMPARE(value(QStringLiteral("SELECT count(*) FROM t")), QStringLiteral("1"));
+    QCOMPARE(value("SELECT count(*) FROM t"), "1");
 }
 
 void TestDb::quotesIdentifiers_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<QString>("quoted");
-    QTest::newRow("plain") << QStringLiteral("abc") << QStringLiteral("\"abc\"");
-    QTest::newRow("quote") << QStringLiteral("a\"b") << QStringLiteral("\"a\"\"b\"");
-    QTest::newRow("NUL") << QString::fromLatin1("a\0b", 3) << QStringLiteral("\"ab\"");
-    QTest::newRow("empty") << QString() << QStringLiteral("\"\"");
+    QTest::newRow("plain") << "abc"
+                           << "\"abc\"";
+    QTest::newRow("quote") << "a\"b"
+                           << "\"a\"\"b\"";
+    QTest::newRow("NUL") << QString::fromLatin1("a\0b", 3) << "\"ab\"";
+    QTest::newRow("empty") << QString() << "\"\"";
 }
 
 void TestDb::quotesIdentifiers()
@@ -145,75 +139,72 @@ void TestDb::readsTheSchemaLevel()
 {
     const TestDatabase empty(TestDatabase::Empty);
     QCOMPARE(db::schemaVersion(), 0);
-    execute(
-        QStringLiteral("CREATE SCHEMA vesk; CREATE TABLE vesk.schema_migrations (version int)"));
+    execute("CREATE SCHEMA vesk; CREATE TABLE vesk.schema_migrations (version int)");
     QCOMPARE(db::schemaVersion(), 0);
-    execute(QStringLiteral("INSERT INTO vesk.schema_migrations VALUES (3), (7), (5)"));
+    execute("INSERT INTO vesk.schema_migrations VALUES (3), (7), (5)");
     QCOMPARE(db::schemaVersion(), 7);
 }
 
 void TestDb::reconnects()
 {
     const TestDatabase database(TestDatabase::Empty);
-    const auto session = [] {
-        return value(QStringLiteral("SELECT pg_backend_pid() || current_setting('TimeZone')"));
-    };
+    const auto session = [] { return value("SELECT pg_backend_pid() || current_setting('TimeZone')"); };
     const QString first = session();
     QVERIFY(db::ensure(false));
     QCOMPARE(session(), first);
 
     QSqlDriver *driver = QSqlDatabase::database().driver();
-    QVERIFY(driver->subscribeToNotification(QStringLiteral("channel")));
+    QVERIFY(driver->subscribeToNotification("channel"));
     QTest::ignoreMessage(QtInfoMsg, "database: reconnected");
     QVERIFY(db::ensure(true));
     QVERIFY(session() != first);
-    QVERIFY(session().endsWith(QLatin1String("UTC")));
+    QVERIFY(session().endsWith("UTC"));
     const QSignalSpy spy(driver, &QSqlDriver::notification);
-    execute(QStringLiteral("NOTIFY channel"));
+    execute("NOTIFY channel");
     QTRY_COMPARE(spy.count(), 1);
 
     ignoreWarning("^sql: ");
     ignoreWarning("^Unable to free statement"); // the driver's own
-    QVERIFY(!run(QStringLiteral("SELECT pg_terminate_backend(pg_backend_pid())")));
+    QVERIFY(!run("SELECT pg_terminate_backend(pg_backend_pid())"));
     QTest::ignoreMessage(QtInfoMsg, "database: reconnected");
     QVERIFY(db::ensure(false));
-    QVERIFY(run(QStringLiteral("SELECT 1")));
+    QVERIFY(run("SELECT 1"));
 }
 
 void TestDb::transactionsRollBack()
 {
     const TestDatabase database(TestDatabase::Empty);
-    execute(QStringLiteral("CREATE TABLE t (i int)"));
+    execute("CREATE TABLE t (i int)");
     {
         const db::Transaction transaction;
-        execute(QStringLiteral("INSERT INTO t VALUES (1)"));
+        execute("INSERT INTO t VALUES (1)");
     }
-    QCOMPARE(value(QStringLiteral("SELECT count(*) FROM t")), QStringLiteral("0"));
+    QCOMPARE(value("SELECT count(*) FROM t"), "0");
     db::Transaction transaction;
-    execute(QStringLiteral("INSERT INTO t VALUES (1)"));
+    execute("INSERT INTO t VALUES (1)");
     QVERIFY(transaction.commit());
-    QCOMPARE(value(QStringLiteral("SELECT count(*) FROM t")), QStringLiteral("1"));
+    QCOMPARE(value("SELECT count(*) FROM t"), "1");
 }
 
 void TestDb::commitTellsWhatWasKept()
 {
     const TestDatabase database(TestDatabase::Empty);
-    execute(QStringLiteral("CREATE TABLE t (i int UNIQUE DEFERRABLE INITIALLY DEFERRED)"));
+    execute("CREATE TABLE t (i int UNIQUE DEFERRABLE INITIALLY DEFERRED)");
     {
         db::Transaction transaction;
         ignoreWarning("^sql: .*division by zero");
         ignoreWarning("^Unable to free statement"); // the driver's own
-        QVERIFY(!run(QStringLiteral("SELECT 1/(random()*0)::int")));
+        QVERIFY(!run("SELECT 1/(random()*0)::int"));
         QVERIFY(!transaction.commit()); // the server would have answered with a silent rollback
     }
     {
         db::Transaction transaction;
-        execute(QStringLiteral("INSERT INTO t VALUES (1), (1)"));
+        execute("INSERT INTO t VALUES (1), (1)");
         ignoreWarning("^sql: .*duplicate key");
         QVERIFY(!transaction.commit());
     }
-    QVERIFY(run(QStringLiteral("INSERT INTO t VALUES (2)")));
-    QCOMPARE(rows(QStringLiteral("SELECT i FROM t")), QStringList(QStringLiteral("2")));
+    QVERIFY(run("INSERT INTO t VALUES (2)"));
+    QCOMPARE(rows("SELECT i FROM t"), QStringList("2"));
 }
 
 QTEST_GUILESS_MAIN(TestDb)

@@ -16,15 +16,14 @@ using vesk::analytics::updateGeoIp;
 
 namespace {
 
-const QString kRefusal = QStringLiteral("that does not look like a DB-IP country file");
+const QString kRefusal = "that does not look like a DB-IP country file";
 
 /// \a count ranges of 256 addresses with gaps of the same size between them.
 QByteArray ranges(int count)
 {
     QByteArray csv;
     for (int i = 0; i < count; ++i) {
-        const QByteArray net
-            = "10." + QByteArray::number(i / 128) + '.' + QByteArray::number(i % 128 * 2);
+        const QByteArray net = "10." + QByteArray::number(i / 128) + '.' + QByteArray::number(i % 128 * 2);
         csv += net + ".0," + net + ".255," + (i % 2 ? "DE" : "FR") + '\n';
     }
     return csv;
@@ -37,7 +36,7 @@ QString loaded(int count)
 
 QString month()
 {
-    return QDate::currentDate().toString(QStringLiteral("yyyy-MM"));
+    return QDate::currentDate().toString("yyyy-MM");
 }
 
 } // namespace
@@ -64,10 +63,9 @@ private:
 
 void TestGeoIp::init()
 {
-    QTest::failOnWarning(QRegularExpression(QStringLiteral(".*")));
-    execute(QStringLiteral(
-        "TRUNCATE vesk.geo_country; INSERT INTO vesk.geo_country VALUES "
-        "('1.0.0.0', '1.0.0.255', 'AU'); DELETE FROM vesk.settings WHERE key = 'geoip_month'"));
+    QTest::failOnWarning(QRegularExpression(".*"));
+    execute("TRUNCATE vesk.geo_country; INSERT INTO vesk.geo_country VALUES ('1.0.0.0', '1.0.0.255', 'AU'); DELETE FROM vesk.settings "
+            "WHERE key = 'geoip_month'");
 }
 
 void TestGeoIp::loads_data()
@@ -80,11 +78,9 @@ void TestGeoIp::loads_data()
     QTest::newRow("several statements") << ranges(2500) << 2500 << 2500;
     QTest::newRow("CRLF") << ranges(1000).replace("\n", "\r\n") << 1000 << 1000;
     QTest::newRow("same first address") << ranges(1000) + "10.0.0.0,10.0.0.9,XX\n" << 1001 << 1000;
-    QTest::newRow("lines passed over") << ranges(1000)
-            + "11.0.0.0,11.0.0.1,ZZ\n11.0.0.0,11.0.0.1,USA\n11.0.0.0,11.0.0.1\n\n11.0.0.0\n,,\n"
+    QTest::newRow("lines passed over") << ranges(1000) + "11.0.0.0,11.0.0.1,ZZ\n11.0.0.0,11.0.0.1,USA\n11.0.0.0,11.0.0.1\n\n11.0.0.0\n,,\n"
                                        << 1000 << 1000;
-    QTest::newRow("further fields") << ranges(1000) + " 11.0.0.0,11.0.0.1,US,x,y \n"
-                                    << 1001 << 1001;
+    QTest::newRow("further fields") << ranges(1000) + " 11.0.0.0,11.0.0.1,US,x,y \n" << 1001 << 1001;
     QTest::newRow("IPv6") << ranges(1000) + "2001:db8::,2001:db8:ffff::,US\n" << 1001 << 1001;
     QTest::newRow("one usable line") << QByteArray(1500, '\n') + "11.0.0.0,11.0.0.1,US" << 1 << 1;
 }
@@ -94,14 +90,11 @@ void TestGeoIp::loads()
     QFETCH(QByteArray, csv);
     QFETCH(int, counted);
     bool ok = false;
-    QCOMPARE(
-        updateGeoIp(m_database->file(QStringLiteral("ranges.csv"), csv), &ok), loaded(counted));
+    QCOMPARE(updateGeoIp(m_database->file("ranges.csv", csv), &ok), loaded(counted));
     QVERIFY(ok);
-    QTEST(value(QStringLiteral("SELECT count(*) FROM vesk.geo_country")).toInt(), "stored");
-    QCOMPARE(value(QStringLiteral("SELECT value FROM vesk.settings WHERE key = 'geoip_month'")),
-        month());
-    QCOMPARE(value(QStringLiteral("SELECT count(*) FROM vesk.geo_country WHERE country = 'AU'")),
-        QStringLiteral("0"));
+    QTEST(value("SELECT count(*) FROM vesk.geo_country").toInt(), "stored");
+    QCOMPARE(value("SELECT value FROM vesk.settings WHERE key = 'geoip_month'"), month());
+    QCOMPARE(value("SELECT count(*) FROM vesk.geo_country WHERE country = 'AU'"), "0");
 }
 
 void TestGeoIp::refuses_data()
@@ -109,16 +102,12 @@ void TestGeoIp::refuses_data()
     QTest::addColumn<QByteArray>("csv");
     QTest::addColumn<QString>("message");
     QTest::addColumn<QString>("warning"); // of a failed statement
-    const QString failed = QStringLiteral("database error while loading");
+    const QString failed = "database error while loading";
     QTest::newRow("too few lines") << ranges(999).chopped(1) << kRefusal << QString();
     QTest::newRow("empty") << QByteArray() << kRefusal << QString();
-    QTest::newRow("no usable line")
-        << ranges(1000).replace("DE", "ZZ").replace("FR", "ZZ") << kRefusal << QString();
-    QTest::newRow("no address") << ranges(1000) + "first,last,US\n"
-                                << failed << QStringLiteral("\"first\"");
-    QTest::newRow("address with a NUL")
-        << ranges(5000).replace("10.0.2.0", QByteArray("10.0.2.0\0", 9)) << failed
-        << QStringLiteral("10.0.2.0");
+    QTest::newRow("no usable line") << ranges(1000).replace("DE", "ZZ").replace("FR", "ZZ") << kRefusal << QString();
+    QTest::newRow("no address") << ranges(1000) + "first,last,US\n" << failed << "\"first\"";
+    QTest::newRow("address with a NUL") << ranges(5000).replace("10.0.2.0", QByteArray("10.0.2.0\0", 9)) << failed << "10.0.2.0";
 }
 
 void TestGeoIp::refuses()
@@ -126,39 +115,30 @@ void TestGeoIp::refuses()
     QFETCH(QByteArray, csv);
     QFETCH(QString, warning);
     if (!warning.isEmpty()) // one, however many statements were on their way
-        QTest::ignoreMessage(
-            QtWarningMsg, QRegularExpression(QStringLiteral("^sql: .*invalid.*") + warning));
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^sql: .*invalid.*") + warning));
     bool ok = true;
-    QTEST(updateGeoIp(m_database->file(QStringLiteral("ranges.csv"), csv), &ok), "message");
+    QTEST(updateGeoIp(m_database->file("ranges.csv", csv), &ok), "message");
     QVERIFY(!ok);
-    QCOMPARE(rows(QStringLiteral("TABLE vesk.geo_country")),
-        QStringList(QStringLiteral("1.0.0.0|1.0.0.255|AU")));
+    QCOMPARE(rows("TABLE vesk.geo_country"), QStringList("1.0.0.0|1.0.0.255|AU"));
     QVERIFY(geoIpIsStale());
 }
 
 void TestGeoIp::archivesMustBeWhole()
 {
     QProcess gzip;
-    gzip.start(QStringLiteral("gzip"), { QStringLiteral("-c") });
+    gzip.start("gzip", { "-c" });
     gzip.write(ranges(20000));
     gzip.closeWriteChannel();
     QVERIFY(gzip.waitForFinished());
     const QByteArray whole = gzip.readAllStandardOutput();
     bool ok = false;
-    for (const QByteArray &damaged :
-        { whole.chopped(8), whole.first(whole.size() / 2), QByteArray("no archive") }) {
-        QCOMPARE(
-            updateGeoIp(m_database->file(QStringLiteral("ranges.csv.gz"), damaged), &ok), kRefusal);
+    for (const QByteArray &damaged : { whole.chopped(8), whole.first(whole.size() / 2), QByteArray("no archive") }) {
+        QCOMPARE(updateGeoIp(m_database->file("ranges.csv.gz", damaged), &ok), kRefusal);
         QVERIFY(!ok);
     }
-    QCOMPARE(
-        updateGeoIp(m_database->file(QStringLiteral("missing.csv"), {}) + u'x', &ok), kRefusal);
-    QCOMPARE(rows(QStringLiteral("TABLE vesk.geo_country")),
-        QStringList(QStringLiteral("1.0.0.0|1.0.0.255|AU")));
-    QCOMPARE(
-        updateGeoIp(
-            m_database->file(QStringLiteral("ranges.csv.gz"), whole + QByteArray(512, '\0')), &ok),
-        loaded(20000));
+    QCOMPARE(updateGeoIp(m_database->file("missing.csv", {}) + u'x', &ok), kRefusal);
+    QCOMPARE(rows("TABLE vesk.geo_country"), QStringList("1.0.0.0|1.0.0.255|AU"));
+    QCOMPARE(updateGeoIp(m_database->file("ranges.csv.gz", whole + QByteArray(512, '\0')), &ok), loaded(20000));
 }
 
 void TestGeoIp::goesStale()
@@ -166,7 +146,7 @@ void TestGeoIp::goesStale()
     QVERIFY(geoIpIsStale());
     execute(QStringLiteral("INSERT INTO vesk.settings VALUES ('geoip_month', '%1')").arg(month()));
     QVERIFY(!geoIpIsStale());
-    execute(QStringLiteral("UPDATE vesk.settings SET value = '2020-01' WHERE key = 'geoip_month'"));
+    execute("UPDATE vesk.settings SET value = '2020-01' WHERE key = 'geoip_month'");
     QVERIFY(geoIpIsStale());
 }
 
@@ -180,9 +160,8 @@ void TestGeoIp::lookupsAgreeWithASortedList()
         QByteArray country;
     };
     const auto text = [](quint32 address) {
-        return QByteArray::number(address >> 24) + '.' + QByteArray::number(address >> 16 & 255)
-            + '.' + QByteArray::number(address >> 8 & 255) + '.'
-            + QByteArray::number(address & 255);
+        return QByteArray::number(address >> 24) + '.' + QByteArray::number(address >> 16 & 255) + '.'
+            + QByteArray::number(address >> 8 & 255) + '.' + QByteArray::number(address & 255);
     };
     QRandomGenerator random(7);
     std::vector<Range> list;
@@ -196,7 +175,7 @@ void TestGeoIp::lookupsAgreeWithASortedList()
         next = last + 1 + random.bounded(2U) * 100;
     }
     bool ok = false;
-    updateGeoIp(m_database->file(QStringLiteral("random.csv"), csv), &ok);
+    updateGeoIp(m_database->file("random.csv", csv), &ok);
     QVERIFY(ok);
 
     QList<QByteArray> lines;
@@ -204,23 +183,20 @@ void TestGeoIp::lookupsAgreeWithASortedList()
     for (int i = 0; i < 4000; ++i) {
         quint32 address = random.generate();
         if (i % 4 == 0) // one end of a range, or next to it
-            address
-                = list[static_cast<size_t>(i) % list.size()].last + static_cast<quint32>(i / 4 % 2);
+            address = list[static_cast<size_t>(i) % list.size()].last + static_cast<quint32>(i / 4 % 2);
         lines += text(address) + " - - [10/Mar/2026:12:00:00 +0000] \"GET /\" 200 5";
-        const auto after = std::upper_bound(list.begin(), list.end(), address,
-            [](quint32 a, const Range &range) { return a < range.first; });
+        const auto after
+            = std::upper_bound(list.begin(), list.end(), address, [](quint32 a, const Range &range) { return a < range.first; });
         const bool found = after != list.begin() && std::prev(after)->last >= address;
         expected += found ? QString::fromLatin1(std::prev(after)->country) : QStringLiteral("-");
     }
-    execute(QStringLiteral("INSERT INTO vesk.sites (host, name) VALUES ('example.org', '')"));
+    execute("INSERT INTO vesk.sites (host, name) VALUES ('example.org', '')");
     vesk::analytics::Ingest ingest;
     QVERIFY(ingest.init());
-    ingest.ingest(1, QStringLiteral("example.org"), [&lines, i = qsizetype(0)]() mutable {
-        return i < lines.size() ? std::optional<QByteArrayView>(lines[i++]) : std::nullopt;
-    });
-    QVERIFY(
-        expected.count(QStringLiteral("-")) > 500 && expected.count(QStringLiteral("-")) < 3500);
-    QCOMPARE(rows(QStringLiteral("SELECT country FROM vesk.hits ORDER BY id")), expected);
+    ingest.ingest(1, "example.org",
+        [&lines, i = qsizetype(0)]() mutable { return i < lines.size() ? std::optional<QByteArrayView>(lines[i++]) : std::nullopt; });
+    QVERIFY(expected.count("-") > 500 && expected.count("-") < 3500);
+    QCOMPARE(rows("SELECT country FROM vesk.hits ORDER BY id"), expected);
 }
 
 QTEST_GUILESS_MAIN(TestGeoIp)

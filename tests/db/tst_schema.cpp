@@ -18,8 +18,8 @@ class TestSchema : public QObject
 private slots:
     void initTestCase();
     void cleanupTestCase() { m_database.reset(); }
-    void init() { execute(QStringLiteral("BEGIN")); }
-    void cleanup() { execute(QStringLiteral("ROLLBACK")); }
+    void init() { execute("BEGIN"); }
+    void cleanup() { execute("ROLLBACK"); }
     void columns_data();
     void columns();
     void indexes();
@@ -44,9 +44,7 @@ void TestSchema::initTestCase()
 void TestSchema::columns_data()
 {
     QTest::addColumn<QString>("columns"); // "!" is NOT NULL, "+" an identity column
-    const auto add = [](const char *table, const char *columns) {
-        QTest::newRow(table) << QString::fromLatin1(columns);
-    };
+    const auto add = [](const char *table, const char *columns) { QTest::newRow(table) << QString::fromLatin1(columns); };
     add("schema_migrations", "version integer!, name text!, applied_at timestamptz! now()");
     add("users",
         "id integer!+, username text!, password_hash text!, role text!, disabled boolean! false, "
@@ -55,8 +53,7 @@ void TestSchema::columns_data()
         "token_hash bytea!, user_id integer!, created_at timestamptz! now(), expires_at "
         "timestamptz!, "
         "ip inet, user_agent text");
-    add("audit_log",
-        "id bigint!+, at timestamptz! now(), user_id integer, action text!, detail jsonb, ip inet");
+    add("audit_log", "id bigint!+, at timestamptz! now(), user_id integer, action text!, detail jsonb, ip inet");
     add("host_samples",
         "at timestamptz! now(), load1 real, load5 real, load15 real, mem_total_kb bigint, "
         "mem_avail_kb bigint, "
@@ -110,130 +107,109 @@ void TestSchema::columns_data()
 
 void TestSchema::columns()
 {
-    const QString actual
-        = value(QStringLiteral("SELECT string_agg(attname || ' ' || replace(format_type(atttypid, "
-                               "atttypmod), 'timestamp with time zone', "
-                               "'timestamptz') || CASE WHEN attnotnull THEN '!' ELSE '' END || "
-                               "CASE attidentity WHEN 'a' THEN '+' ELSE '' END "
-                               "|| coalesce(' ' || pg_get_expr(adbin, adrelid), ''), ', ' ORDER BY "
-                               "attnum) FROM pg_attribute LEFT JOIN "
-                               "pg_attrdef ON adrelid = attrelid AND adnum = attnum WHERE attrelid "
-                               "= 'vesk.%1'::regclass AND attnum > 0")
-                    .arg(QString::fromLatin1(QTest::currentDataTag())));
+    const QString actual = value(QStringLiteral("SELECT string_agg(attname || ' ' || replace(format_type(atttypid, "
+                                                "atttypmod), 'timestamp with time zone', "
+                                                "'timestamptz') || CASE WHEN attnotnull THEN '!' ELSE '' END || "
+                                                "CASE attidentity WHEN 'a' THEN '+' ELSE '' END "
+                                                "|| coalesce(' ' || pg_get_expr(adbin, adrelid), ''), ', ' ORDER BY "
+                                                "attnum) FROM pg_attribute LEFT JOIN "
+                                                "pg_attrdef ON adrelid = attrelid AND adnum = attnum WHERE attrelid "
+                                                "= 'vesk.%1'::regclass AND attnum > 0")
+                                     .arg(QString::fromLatin1(QTest::currentDataTag())));
     QTEST(actual, "columns");
 }
 
 void TestSchema::indexes()
 {
-    QStringList found = rows(QStringLiteral(
-        "SELECT tablename || '.' || indexname || regexp_replace(replace(indexdef, '::text', ''), "
-        "'^CREATE (UNIQUE )?INDEX .* USING btree', ' \\1') FROM pg_indexes WHERE schemaname = "
-        "'vesk'"));
+    QStringList found = rows("SELECT tablename || '.' || indexname || regexp_replace(replace(indexdef, '::text', ''), '^CREATE (UNIQUE "
+                             ")?INDEX .* USING btree', ' \\1') FROM pg_indexes WHERE schemaname = 'vesk'");
     found.sort();
     QCOMPARE(found,
         (QStringList {
-            QStringLiteral("account_access.account_access_account  (account_id)"),
-            QStringLiteral("account_access.account_access_pkey UNIQUE  (user_id, account_id)"),
-            QStringLiteral("accounts.accounts_domain_key UNIQUE  (domain)"),
-            QStringLiteral("accounts.accounts_pkey UNIQUE  (id)"),
-            QStringLiteral("accounts.accounts_username_key UNIQUE  (username)"),
-            QStringLiteral(
-                "alerts.alerts_one_open UNIQUE  (kind, subject) WHERE (closed_at IS NULL)"),
-            QStringLiteral("alerts.alerts_pkey UNIQUE  (id)"),
-            QStringLiteral("audit_log.audit_log_at  (at)"),
-            QStringLiteral("audit_log.audit_log_pkey UNIQUE  (id)"),
-            QStringLiteral("country_codes.country_codes_pkey UNIQUE  (alpha3)"),
-            QStringLiteral("engine_accounts.engine_accounts_pkey UNIQUE  (engine)"),
-            QStringLiteral("geo_country.geo_country_pkey UNIQUE  (ip_from)"),
-            QStringLiteral("hits.hits_pkey UNIQUE  (id)"),
-            QStringLiteral("hits.hits_session  (session_id)"),
-            QStringLiteral("hits.hits_site_at  (site_id, at)"),
-            QStringLiteral("hits.hits_visitor  (visitor)"),
-            QStringLiteral("host_samples.host_samples_pkey UNIQUE  (at)"),
-            QStringLiteral("log_sources.log_sources_path_key UNIQUE  (path)"),
-            QStringLiteral("log_sources.log_sources_pkey UNIQUE  (id)"),
-            QStringLiteral("rollup.rollup_pkey UNIQUE  (site_id, day, scope, dim, key)"),
-            QStringLiteral("schema_migrations.schema_migrations_pkey UNIQUE  (version)"),
-            QStringLiteral("search_days.search_days_pkey UNIQUE  (site_id, engine, day)"),
-            QStringLiteral("search_properties.search_properties_pkey UNIQUE  (site_id, engine)"),
-            QStringLiteral("search_rows.search_rows_site_day  (site_id, engine, day)"),
-            QStringLiteral("sessions.sessions_expires  (expires_at)"),
-            QStringLiteral("sessions.sessions_pkey UNIQUE  (token_hash)"),
-            QStringLiteral("settings.settings_pkey UNIQUE  (key)"),
-            QStringLiteral("sites.sites_host_key UNIQUE  (host)"),
-            QStringLiteral("sites.sites_pkey UNIQUE  (id)"),
-            QStringLiteral("users.users_pkey UNIQUE  (id)"),
-            QStringLiteral("users.users_username_ci UNIQUE  (lower(username))"),
+            "account_access.account_access_account  (account_id)",
+            "account_access.account_access_pkey UNIQUE  (user_id, account_id)",
+            "accounts.accounts_domain_key UNIQUE  (domain)",
+            "accounts.accounts_pkey UNIQUE  (id)",
+            "accounts.accounts_username_key UNIQUE  (username)",
+            "alerts.alerts_one_open UNIQUE  (kind, subject) WHERE (closed_at IS NULL)",
+            "alerts.alerts_pkey UNIQUE  (id)",
+            "audit_log.audit_log_at  (at)",
+            "audit_log.audit_log_pkey UNIQUE  (id)",
+            "country_codes.country_codes_pkey UNIQUE  (alpha3)",
+            "engine_accounts.engine_accounts_pkey UNIQUE  (engine)",
+            "geo_country.geo_country_pkey UNIQUE  (ip_from)",
+            "hits.hits_pkey UNIQUE  (id)",
+            "hits.hits_session  (session_id)",
+            "hits.hits_site_at  (site_id, at)",
+            "hits.hits_visitor  (visitor)",
+            "host_samples.host_samples_pkey UNIQUE  (at)",
+            "log_sources.log_sources_path_key UNIQUE  (path)",
+            "log_sources.log_sources_pkey UNIQUE  (id)",
+            "rollup.rollup_pkey UNIQUE  (site_id, day, scope, dim, key)",
+            "schema_migrations.schema_migrations_pkey UNIQUE  (version)",
+            "search_days.search_days_pkey UNIQUE  (site_id, engine, day)",
+            "search_properties.search_properties_pkey UNIQUE  (site_id, engine)",
+            "search_rows.search_rows_site_day  (site_id, engine, day)",
+            "sessions.sessions_expires  (expires_at)",
+            "sessions.sessions_pkey UNIQUE  (token_hash)",
+            "settings.settings_pkey UNIQUE  (key)",
+            "sites.sites_host_key UNIQUE  (host)",
+            "sites.sites_pkey UNIQUE  (id)",
+            "users.users_pkey UNIQUE  (id)",
+            "users.users_username_ci UNIQUE  (lower(username))",
         }));
 }
 
 void TestSchema::foreignKeys()
 {
-    QCOMPARE(rows(QStringLiteral("SELECT conrelid::regclass || ' ' || "
-                                 "replace(pg_get_constraintdef(oid), 'FOREIGN KEY ', '') FROM "
-                                 "pg_constraint WHERE contype = 'f' AND connamespace = "
-                                 "'vesk'::regnamespace ORDER BY 1")),
+    QCOMPARE(rows("SELECT conrelid::regclass || ' ' || replace(pg_get_constraintdef(oid), 'FOREIGN KEY ', '') FROM pg_constraint WHERE "
+                  "contype = 'f' AND connamespace = 'vesk'::regnamespace ORDER BY 1"),
         (QStringList {
-            QStringLiteral(
-                "vesk.account_access (account_id) REFERENCES vesk.accounts(id) ON DELETE CASCADE"),
-            QStringLiteral(
-                "vesk.account_access (user_id) REFERENCES vesk.users(id) ON DELETE CASCADE"),
-            QStringLiteral("vesk.accounts (site_id) REFERENCES vesk.sites(id) ON DELETE SET NULL"),
-            QStringLiteral("vesk.audit_log (user_id) REFERENCES vesk.users(id) ON DELETE SET NULL"),
-            QStringLiteral("vesk.hits (site_id) REFERENCES vesk.sites(id) ON DELETE CASCADE"),
-            QStringLiteral(
-                "vesk.log_sources (site_id) REFERENCES vesk.sites(id) ON DELETE CASCADE"),
-            QStringLiteral("vesk.rollup (site_id) REFERENCES vesk.sites(id) ON DELETE CASCADE"),
-            QStringLiteral(
-                "vesk.search_days (site_id) REFERENCES vesk.sites(id) ON DELETE CASCADE"),
-            QStringLiteral(
-                "vesk.search_properties (site_id) REFERENCES vesk.sites(id) ON DELETE CASCADE"),
-            QStringLiteral(
-                "vesk.search_rows (site_id) REFERENCES vesk.sites(id) ON DELETE CASCADE"),
-            QStringLiteral("vesk.sessions (user_id) REFERENCES vesk.users(id) ON DELETE CASCADE"),
+            "vesk.account_access (account_id) REFERENCES vesk.accounts(id) ON DELETE CASCADE",
+            "vesk.account_access (user_id) REFERENCES vesk.users(id) ON DELETE CASCADE",
+            "vesk.accounts (site_id) REFERENCES vesk.sites(id) ON DELETE SET NULL",
+            "vesk.audit_log (user_id) REFERENCES vesk.users(id) ON DELETE SET NULL",
+            "vesk.hits (site_id) REFERENCES vesk.sites(id) ON DELETE CASCADE",
+            "vesk.log_sources (site_id) REFERENCES vesk.sites(id) ON DELETE CASCADE",
+            "vesk.rollup (site_id) REFERENCES vesk.sites(id) ON DELETE CASCADE",
+            "vesk.search_days (site_id) REFERENCES vesk.sites(id) ON DELETE CASCADE",
+            "vesk.search_properties (site_id) REFERENCES vesk.sites(id) ON DELETE CASCADE",
+            "vesk.search_rows (site_id) REFERENCES vesk.sites(id) ON DELETE CASCADE",
+            "vesk.sessions (user_id) REFERENCES vesk.users(id) ON DELETE CASCADE",
         }));
 }
 
 void TestSchema::secretIsRandom()
 {
-    const QString secret
-        = value(QStringLiteral("SELECT value FROM vesk.settings WHERE key = 'visitor_secret'"));
-    QVERIFY(QRegularExpression(QStringLiteral("^[0-9a-f]{64}$")).match(secret).hasMatch());
-    QCOMPARE(
-        rows(QStringLiteral("SELECT key, value FROM vesk.settings WHERE key <> 'visitor_secret'")),
-        QStringList(QStringLiteral("raw_hit_days|90")));
+    const QString secret = value("SELECT value FROM vesk.settings WHERE key = 'visitor_secret'");
+    QVERIFY(QRegularExpression("^[0-9a-f]{64}$").match(secret).hasMatch());
+    QCOMPARE(rows("SELECT key, value FROM vesk.settings WHERE key <> 'visitor_secret'"), QStringList("raw_hit_days|90"));
 
-    QFile script(QStringLiteral(":/sql/002_analytics.sql"));
+    QFile script(":/sql/002_analytics.sql");
     QVERIFY(script.open(QIODevice::ReadOnly));
-    execute(QStringLiteral("ALTER SCHEMA vesk RENAME TO before; CREATE SCHEMA vesk"));
+    execute("ALTER SCHEMA vesk RENAME TO before; CREATE SCHEMA vesk");
     execute(QString::fromUtf8(script.readAll()));
-    QVERIFY(value(QStringLiteral("SELECT value FROM vesk.settings")) != secret);
+    QVERIFY(value("SELECT value FROM vesk.settings") != secret);
 }
 
 void TestSchema::countryCodesAreTheStandards()
 {
-    QFile f(QStringLiteral("/usr/share/iso-codes/json/iso_3166-1.json"));
+    QFile f("/usr/share/iso-codes/json/iso_3166-1.json");
     if (!f.open(QIODevice::ReadOnly))
         QSKIP("needs Debian's package iso-codes");
     QStringList standard;
-    const QJsonArray countries
-        = QJsonDocument::fromJson(f.readAll()).object().value(QLatin1String("3166-1")).toArray();
+    const QJsonArray countries = QJsonDocument::fromJson(f.readAll()).object().value("3166-1").toArray();
     for (const auto &country : countries)
-        standard += country[QLatin1String("alpha_3")].toString().toLower() + u'|'
-            + country[QLatin1String("alpha_2")].toString();
+        standard += country[u"alpha_3"].toString().toLower() + u'|' + country[u"alpha_2"].toString();
     standard.sort();
     QCOMPARE(standard.size(), 249);
-    QCOMPARE(rows(QStringLiteral(
-                 "SELECT alpha3, alpha2 FROM vesk.country_codes ORDER BY alpha3 COLLATE \"C\"")),
-        standard);
+    QCOMPARE(rows("SELECT alpha3, alpha2 FROM vesk.country_codes ORDER BY alpha3 COLLATE \"C\""), standard);
 }
 
 void TestSchema::accepts_data()
 {
     QTest::addColumn<QString>("statement");
-    const auto add = [](const char *name, const char *statement) {
-        QTest::newRow(name) << QString::fromLatin1(statement);
-    };
+    const auto add = [](const char *name, const char *statement) { QTest::newRow(name) << QString::fromLatin1(statement); };
     add("user name of 64",
         "INSERT INTO vesk.users (username, password_hash, role) VALUES (repeat('a', 64), '', "
         "'customer')");
@@ -275,40 +251,24 @@ void TestSchema::refuses_data()
         "INSERT INTO vesk.users (username, password_hash, role) VALUES (repeat('a', 65), '', "
         "'customer')",
         "users_username_check");
-    add("user name with a blank",
-        "INSERT INTO vesk.users (username, password_hash, role) VALUES ('a b', '', 'customer')",
+    add("user name with a blank", "INSERT INTO vesk.users (username, password_hash, role) VALUES ('a b', '', 'customer')",
         "users_username_check");
-    add("another role",
-        "INSERT INTO vesk.users (username, password_hash, role) VALUES ('a', '', 'admin')",
-        "users_role_check");
-    add("identity", "INSERT INTO vesk.sites (id, host, name) VALUES (7, 'h', 'n')",
-        "GENERATED ALWAYS");
-    add("account of 2", "INSERT INTO vesk.accounts (username, domain) VALUES ('ab', 'd')",
-        "accounts_username_check");
-    add("account of 17",
-        "INSERT INTO vesk.accounts (username, domain) VALUES ('abcdefghijklmnopq', 'd')",
-        "accounts_username_check");
-    add("account begins with a digit",
-        "INSERT INTO vesk.accounts (username, domain) VALUES ('1abc', 'd')",
-        "accounts_username_check");
-    add("account in capitals", "INSERT INTO vesk.accounts (username, domain) VALUES ('aBc', 'd')",
-        "accounts_username_check");
-    add("another status",
-        "INSERT INTO vesk.accounts (username, domain, status) VALUES ('abc', 'd', 'x')",
-        "accounts_status_check");
-    add("disk limit 0",
-        "INSERT INTO vesk.accounts (username, domain, disk_limit_mb) VALUES ('abc', 'd', 0)",
+    add("another role", "INSERT INTO vesk.users (username, password_hash, role) VALUES ('a', '', 'admin')", "users_role_check");
+    add("identity", "INSERT INTO vesk.sites (id, host, name) VALUES (7, 'h', 'n')", "GENERATED ALWAYS");
+    add("account of 2", "INSERT INTO vesk.accounts (username, domain) VALUES ('ab', 'd')", "accounts_username_check");
+    add("account of 17", "INSERT INTO vesk.accounts (username, domain) VALUES ('abcdefghijklmnopq', 'd')", "accounts_username_check");
+    add("account begins with a digit", "INSERT INTO vesk.accounts (username, domain) VALUES ('1abc', 'd')", "accounts_username_check");
+    add("account in capitals", "INSERT INTO vesk.accounts (username, domain) VALUES ('aBc', 'd')", "accounts_username_check");
+    add("another status", "INSERT INTO vesk.accounts (username, domain, status) VALUES ('abc', 'd', 'x')", "accounts_status_check");
+    add("disk limit 0", "INSERT INTO vesk.accounts (username, domain, disk_limit_mb) VALUES ('abc', 'd', 0)",
         "accounts_disk_limit_mb_check");
-    add("database limit 0",
-        "INSERT INTO vesk.accounts (username, domain, db_limit_mb) VALUES ('abc', 'd', 0)",
+    add("database limit 0", "INSERT INTO vesk.accounts (username, domain, db_limit_mb) VALUES ('abc', 'd', 0)",
         "accounts_db_limit_mb_check");
     add("two open alerts",
         "INSERT INTO vesk.alerts (kind, subject, message) VALUES ('disk', '/', ''), ('disk', '/', "
         "'')",
         "alerts_one_open");
-    add("roll-up key NULL",
-        "INSERT INTO vesk.rollup (site_id, day, scope, dim) VALUES (1, now(), '', '')",
-        "null value");
+    add("roll-up key NULL", "INSERT INTO vesk.rollup (site_id, day, scope, dim) VALUES (1, now(), '', '')", "null value");
 }
 
 void TestSchema::refuses()
@@ -322,23 +282,15 @@ void TestSchema::refuses()
 
 void TestSchema::deletingCascades()
 {
-    execute(QStringLiteral(
-        "INSERT INTO vesk.sites (host, name) VALUES ('h', ''); "
-        "INSERT INTO vesk.users (username, password_hash, role) VALUES ('u', '', 'customer'); "
-        "INSERT INTO vesk.sessions SELECT '', id, now(), now() FROM vesk.users; "
-        "INSERT INTO vesk.audit_log (user_id, action) SELECT id, '' FROM vesk.users; "
-        "INSERT INTO vesk.log_sources (site_id, path) SELECT id, '/' FROM vesk.sites; "
-        "INSERT INTO vesk.accounts (username, domain, site_id) SELECT 'abc', 'd', id FROM "
-        "vesk.sites; "
-        "INSERT INTO vesk.account_access SELECT u.id, a.id FROM vesk.users u, vesk.accounts a; "
-        "DELETE FROM vesk.sites; DELETE FROM vesk.users"));
-    QCOMPARE(value(QStringLiteral(
-                 "SELECT (SELECT count(*) FROM vesk.log_sources) || ' ' || (SELECT count(*) FROM "
-                 "vesk.sessions) || ' ' || "
-                 "(SELECT count(*) FROM vesk.account_access) || ' ' || (SELECT count(*) FROM "
-                 "vesk.audit_log WHERE user_id "
-                 "IS NULL) || ' ' || (SELECT count(*) FROM vesk.accounts WHERE site_id IS NULL)")),
-        QStringLiteral("0 0 0 1 1"));
+    execute("INSERT INTO vesk.sites (host, name) VALUES ('h', ''); INSERT INTO vesk.users (username, password_hash, role) VALUES ('u', '', "
+            "'customer'); INSERT INTO vesk.sessions SELECT '', id, now(), now() FROM vesk.users; INSERT INTO vesk.audit_log (user_id, "
+            "action) SELECT id, '' FROM vesk.users; INSERT INTO vesk.log_sources (site_id, path) SELECT id, '/' FROM vesk.sites; INSERT "
+            "INTO vesk.accounts (username, domain, site_id) SELECT 'abc', 'd', id FROM vesk.sites; INSERT INTO vesk.account_access SELECT "
+            "u.id, a.id FROM vesk.users u, vesk.accounts a; DELETE FROM vesk.sites; DELETE FROM vesk.users");
+    QCOMPARE(value("SELECT (SELECT count(*) FROM vesk.log_sources) || ' ' || (SELECT count(*) FROM vesk.sessions) || ' ' || (SELECT "
+                   "count(*) FROM vesk.account_access) || ' ' || (SELECT count(*) FROM vesk.audit_log WHERE user_id IS NULL) || ' ' || "
+                   "(SELECT count(*) FROM vesk.accounts WHERE site_id IS NULL)"),
+        "0 0 0 1 1");
 }
 
 QTEST_GUILESS_MAIN(TestSchema)

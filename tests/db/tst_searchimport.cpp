@@ -20,20 +20,19 @@ QJsonObject json(const QByteArray &text)
 /// Imports for site 1 and the engine google.
 QString import(const QJsonObject &data, bool *ok)
 {
-    return vesk::analytics::importSearchData(1, QStringLiteral("google"), data, ok);
+    return vesk::analytics::importSearchData(1, "google", data, ok);
 }
 
 QStringList days()
 {
-    return rows(QStringLiteral("SELECT site_id, engine, day, clicks, impressions, position FROM "
-                               "vesk.search_days ORDER BY 1, 2, 3"));
+    return rows("SELECT site_id, engine, day, clicks, impressions, position FROM vesk.search_days ORDER BY 1, 2, 3");
 }
 
 const QStringList kBefore {
-    QStringLiteral("1|bing|2024-05-02|1|1|1"),
-    QStringLiteral("1|google|2024-05-02|1|1|1"),
-    QStringLiteral("1|google|2024-05-09|1|1|1"),
-    QStringLiteral("2|google|2024-05-02|1|1|1"),
+    "1|bing|2024-05-02|1|1|1",
+    "1|google|2024-05-02|1|1|1",
+    "1|google|2024-05-09|1|1|1",
+    "2|google|2024-05-02|1|1|1",
 };
 
 } // namespace
@@ -61,15 +60,11 @@ private:
 
 void TestSearchImport::init()
 {
-    QTest::failOnWarning(QRegularExpression(QStringLiteral(".*")));
-    execute(QStringLiteral(
-        "TRUNCATE vesk.sites RESTART IDENTITY CASCADE; "
-        "INSERT INTO vesk.sites (host, name) VALUES ('a', ''), ('b', ''); "
-        "INSERT INTO vesk.search_days VALUES (1, 'google', '2024-05-02', 1, 1, 1), (1, 'google', "
-        "'2024-05-09', 1, 1, 1), (1, 'bing', '2024-05-02', 1, 1, 1), (2, 'google', '2024-05-02', "
-        "1, 1, 1); "
-        "INSERT INTO vesk.search_rows SELECT site_id, engine, day, 'old', '/', NULL, NULL, 1, 1, 1 "
-        "FROM vesk.search_days"));
+    QTest::failOnWarning(QRegularExpression(".*"));
+    execute("TRUNCATE vesk.sites RESTART IDENTITY CASCADE; INSERT INTO vesk.sites (host, name) VALUES ('a', ''), ('b', ''); INSERT INTO "
+            "vesk.search_days VALUES (1, 'google', '2024-05-02', 1, 1, 1), (1, 'google', '2024-05-09', 1, 1, 1), (1, 'bing', '2024-05-02', "
+            "1, 1, 1), (2, 'google', '2024-05-02', 1, 1, 1); INSERT INTO vesk.search_rows SELECT site_id, engine, day, 'old', '/', NULL, "
+            "NULL, 1, 1, 1 FROM vesk.search_days");
 }
 
 void TestSearchImport::replacesTheRange()
@@ -80,18 +75,12 @@ void TestSearchImport::replacesTheRange()
         "rows": [{"keys": ["2024-05-02", "new", "https://a.example/x", "deu", "TABLET"], "clicks": 1}], "other": 1})");
     for (int i = 0; i < 2; ++i) {
         bool ok = false;
-        QCOMPARE(
-            import(data, &ok), QStringLiteral("2 days (2024-05-01 to 2024-05-03), 1 detail rows"));
+        QCOMPARE(import(data, &ok), "2 days (2024-05-01 to 2024-05-03), 1 detail rows");
         QVERIFY(ok);
-        QCOMPARE(days(),
-            (QStringList { kBefore[0], QStringLiteral("1|google|2024-05-01|1|10|2"),
-                QStringLiteral("1|google|2024-05-03|3|30|1.5"), kBefore[2], kBefore[3] }));
-        QCOMPARE(rows(QStringLiteral(
-                     "SELECT site_id, engine, day, query FROM vesk.search_rows ORDER BY 1, 2, 3")),
-            (QStringList { QStringLiteral("1|bing|2024-05-02|old"),
-                QStringLiteral("1|google|2024-05-02|new"),
-                QStringLiteral("1|google|2024-05-09|old"),
-                QStringLiteral("2|google|2024-05-02|old") }));
+        QCOMPARE(
+            days(), (QStringList { kBefore[0], "1|google|2024-05-01|1|10|2", "1|google|2024-05-03|3|30|1.5", kBefore[2], kBefore[3] }));
+        QCOMPARE(rows("SELECT site_id, engine, day, query FROM vesk.search_rows ORDER BY 1, 2, 3"),
+            (QStringList { "1|bing|2024-05-02|old", "1|google|2024-05-02|new", "1|google|2024-05-09|old", "2|google|2024-05-02|old" }));
     }
 }
 
@@ -102,20 +91,14 @@ void TestSearchImport::readsEachField_data()
     const auto add = [](const char *name, const char *row, const char *stored) {
         QTest::newRow(name) << QByteArray(row) << QString::fromUtf8(stored);
     };
-    add("all",
-        R"("a b", "https://x.example/p%20q/?u=v#w", "USA", "DESKTOP"], "clicks": 1, "impressions": 2, "position": 3.25)",
+    add("all", R"("a b", "https://x.example/p%20q/?u=v#w", "USA", "DESKTOP"], "clicks": 1, "impressions": 2, "position": 3.25)",
         "a b|/p q/|US|desktop|1|2|3.25");
     add("unknown country", R"("q", "/", "zzz", "x"])", "q|/|-|x|0|0|0");
     add("nothing else", "], \"clicks\": null", "||-||0|0|0");
     add("keys that are no texts", R"(1, null, {}, []])", "||-||0|0|0");
-    add("URL without a path", R"("q", "https://x.example", "deu", "MOBILE"])",
-        "q||DE|mobile|0|0|0");
-    add("figures that are no whole numbers",
-        R"("q", "/", "", ""], "clicks": 12.5, "impressions": "12", "position": "1")",
-        "q|/|-||0|0|0");
-    add("figures beyond 32 bits",
-        R"("q", "/", "", ""], "clicks": 2147483647, "impressions": 2147483648)",
-        "q|/|-||2147483647|0|0");
+    add("URL without a path", R"("q", "https://x.example", "deu", "MOBILE"])", "q||DE|mobile|0|0|0");
+    add("figures that are no whole numbers", R"("q", "/", "", ""], "clicks": 12.5, "impressions": "12", "position": "1")", "q|/|-||0|0|0");
+    add("figures beyond 32 bits", R"("q", "/", "", ""], "clicks": 2147483647, "impressions": 2147483648)", "q|/|-||2147483647|0|0");
     add("U+0000", R"("a\u0000b", "/%00", "\u0000", "\u0000"])", "a\uFFFDb|/\uFFFD|-|\uFFFD|0|0|0");
 }
 
@@ -124,13 +107,11 @@ void TestSearchImport::readsEachField()
     QFETCH(QByteArray, row);
     const char *separator = row.startsWith(']') ? "" : ", ";
     const QJsonObject data
-        = json(R"({"totals": [{"keys": ["2024-05-02"]}], "rows": [{"keys": ["2024-05-02")"
-            + QByteArray(separator) + row + "}]}");
+        = json(R"({"totals": [{"keys": ["2024-05-02"]}], "rows": [{"keys": ["2024-05-02")" + QByteArray(separator) + row + "}]}");
     bool ok = false;
-    QCOMPARE(import(data, &ok), QStringLiteral("1 days (2024-05-02 to 2024-05-02), 1 detail rows"));
-    QTEST(value(QStringLiteral("SELECT query, page, country, device, clicks, impressions, position "
-                               "FROM vesk.search_rows "
-                               "WHERE site_id = 1 AND engine = 'google' AND day = '2024-05-02'")),
+    QCOMPARE(import(data, &ok), "1 days (2024-05-02 to 2024-05-02), 1 detail rows");
+    QTEST(value("SELECT query, page, country, device, clicks, impressions, position FROM vesk.search_rows WHERE site_id = 1 AND engine = "
+                "'google' AND day = '2024-05-02'"),
         "stored");
 }
 
@@ -146,19 +127,11 @@ void TestSearchImport::batchesOfAnySize()
     QFETCH(int, count);
     QJsonArray detail;
     for (int i = 0; i < count; ++i)
-        detail += QJsonObject { { QStringLiteral("keys"),
-            QJsonArray { QStringLiteral("2024-05-02"), QString::number(i) } } };
+        detail += QJsonObject { { "keys", QJsonArray { "2024-05-02", QString::number(i) } } };
     bool ok = false;
-    import({ { QStringLiteral("totals"),
-                 json(R"({"t": [{"keys": ["2024-05-02"]}]})").value(QLatin1String("t")) },
-               { QStringLiteral("rows"),
-                   detail } },
-        &ok);
+    import({ { "totals", json(R"({"t": [{"keys": ["2024-05-02"]}]})").value("t") }, { "rows", detail } }, &ok);
     QVERIFY(ok);
-    QCOMPARE(value(QStringLiteral(
-                       "SELECT count(DISTINCT query) FROM vesk.search_rows WHERE query <> 'old'"))
-                 .toInt(),
-        count);
+    QCOMPARE(value("SELECT count(DISTINCT query) FROM vesk.search_rows WHERE query <> 'old'").toInt(), count);
 }
 
 void TestSearchImport::refuses_data()
@@ -166,29 +139,21 @@ void TestSearchImport::refuses_data()
     QTest::addColumn<QByteArray>("data");
     QTest::addColumn<QString>("message");
     QTest::addColumn<QString>("warning");
-    const QString none = QStringLiteral("no daily totals in the data");
-    const QString failed = QStringLiteral("database error while storing");
+    const QString none = "no daily totals in the data";
+    const QString failed = "database error while storing";
     const QByteArray row = R"("rows": [{"keys": ["2024-05-02", "q", "/", "", ""]}])";
     QTest::newRow("nothing") << QByteArray("{}") << none << QString();
     QTest::newRow("rows only") << QByteArray("{" + row + "}") << none << QString();
-    QTest::newRow("empty totals") << QByteArray("{\"totals\": [], " + row + "}") << none
-                                  << QString();
-    QTest::newRow("totals are no array")
-        << QByteArray("{\"totals\": {\"a\": 1}, " + row + "}") << none << QString();
-    QTest::newRow("no day") << QByteArray(R"({"totals": [{}]})") << failed
-                            << QStringLiteral("invalid input syntax for type date");
-    QTest::newRow("bad day") << QByteArray(
-        R"({"totals": [{"keys": ["2024-05-02"]}, {"keys": ["2024-05-32"]}]})")
-                             << failed << QStringLiteral("2024-05-32");
-    QTest::newRow("a day twice") << QByteArray(
-        R"({"totals": [{"keys": ["2024-05-02"]}, {"keys": ["2024-05-02"]}]})")
-                                 << failed << QStringLiteral("search_days_pkey");
-    QTest::newRow("bad day in the rows")
-        << QByteArray(R"({"totals": [{"keys": ["2024-05-02"]}], "rows": [{"keys": ["May"]}]})")
-        << failed << QStringLiteral("May");
-    QTest::newRow("position out of range")
-        << QByteArray(R"({"totals": [{"keys": ["2024-05-02"], "position": 1e300}]})") << failed
-        << QStringLiteral("out of range for type real");
+    QTest::newRow("empty totals") << QByteArray("{\"totals\": [], " + row + "}") << none << QString();
+    QTest::newRow("totals are no array") << QByteArray("{\"totals\": {\"a\": 1}, " + row + "}") << none << QString();
+    QTest::newRow("no day") << QByteArray(R"({"totals": [{}]})") << failed << "invalid input syntax for type date";
+    QTest::newRow("bad day") << QByteArray(R"({"totals": [{"keys": ["2024-05-02"]}, {"keys": ["2024-05-32"]}]})") << failed << "2024-05-32";
+    QTest::newRow("a day twice") << QByteArray(R"({"totals": [{"keys": ["2024-05-02"]}, {"keys": ["2024-05-02"]}]})") << failed
+                                 << "search_days_pkey";
+    QTest::newRow("bad day in the rows") << QByteArray(R"({"totals": [{"keys": ["2024-05-02"]}], "rows": [{"keys": ["May"]}]})") << failed
+                                         << "May";
+    QTest::newRow("position out of range") << QByteArray(R"({"totals": [{"keys": ["2024-05-02"], "position": 1e300}]})") << failed
+                                           << "out of range for type real";
 }
 
 void TestSearchImport::refuses()
@@ -196,30 +161,24 @@ void TestSearchImport::refuses()
     QFETCH(QByteArray, data);
     QFETCH(QString, warning);
     if (!warning.isEmpty())
-        QTest::ignoreMessage(
-            QtWarningMsg, QRegularExpression(QStringLiteral("^sql: .*") + warning));
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^sql: .*") + warning));
     bool ok = true;
     QTEST(import(json(data), &ok), "message");
     QVERIFY(!ok);
     QCOMPARE(days(), kBefore);
-    QCOMPARE(value(QStringLiteral("SELECT count(*) FROM vesk.search_rows WHERE query = 'old'")),
-        QStringLiteral("4"));
+    QCOMPARE(value("SELECT count(*) FROM vesk.search_rows WHERE query = 'old'"), "4");
 }
 
 void TestSearchImport::aLostCommitIsNoSuccess()
 {
-    execute(QStringLiteral("CREATE FUNCTION refuse() RETURNS trigger LANGUAGE plpgsql AS $$ BEGIN "
-                           "RAISE 'not today'; END $$; "
-                           "CREATE CONSTRAINT TRIGGER late AFTER INSERT ON vesk.search_days "
-                           "DEFERRABLE INITIALLY DEFERRED "
-                           "FOR EACH ROW EXECUTE FUNCTION refuse()"));
-    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^sql: .*not today")));
+    execute("CREATE FUNCTION refuse() RETURNS trigger LANGUAGE plpgsql AS $$ BEGIN RAISE 'not today'; END $$; CREATE CONSTRAINT TRIGGER "
+            "late AFTER INSERT ON vesk.search_days DEFERRABLE INITIALLY DEFERRED FOR EACH ROW EXECUTE FUNCTION refuse()");
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression("^sql: .*not today"));
     bool ok = true;
-    QCOMPARE(import(json(R"({"totals": [{"keys": ["2024-05-02"]}]})"), &ok),
-        QStringLiteral("database error while storing"));
+    QCOMPARE(import(json(R"({"totals": [{"keys": ["2024-05-02"]}]})"), &ok), "database error while storing");
     QVERIFY(!ok);
     QCOMPARE(days(), kBefore);
-    execute(QStringLiteral("DROP TRIGGER late ON vesk.search_days"));
+    execute("DROP TRIGGER late ON vesk.search_days");
 }
 
 QTEST_GUILESS_MAIN(TestSearchImport)

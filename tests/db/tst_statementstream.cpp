@@ -28,7 +28,7 @@ class TestStatementStream : public QObject
     Q_OBJECT
 
 private slots:
-    void init() { QTest::failOnWarning(QRegularExpression(QStringLiteral(".*"))); }
+    void init() { QTest::failOnWarning(QRegularExpression(".*")); }
     void valuesArriveAsTheyAre();
     void eachStatementStandsAlone();
     void aLostTransactionIsReportedAsAsked_data();
@@ -41,8 +41,8 @@ private slots:
 void TestStatementStream::valuesArriveAsTheyAre()
 {
     const TestDatabase database(TestDatabase::Empty);
-    execute(QStringLiteral("CREATE TABLE t (a boolean, b smallint, c integer, d bigint, e real, "
-                           "f timestamptz, g bytea, h text, i inet, j text, k char(2))"));
+    execute(
+        "CREATE TABLE t (a boolean, b smallint, c integer, d bigint, e real, f timestamptz, g bytea, h text, i inet, j text, k char(2))");
     Values values;
     values.addBool(true);
     values.addInt2(-2);
@@ -52,31 +52,27 @@ void TestStatementStream::valuesArriveAsTheyAre()
     values.addTimestamp(-1500);
     values.addBytes(QByteArrayView("\0\xff'", 3));
     values.addText(QString::fromUtf8("a\0ü'\\😀", 10));
-    values.addText(QStringLiteral("2001:DB8::1"));
+    values.addText(u"2001:DB8::1");
     values.addText(QString()); // a null string is a text too
     values.addNull();
     StatementStream stream;
     stream.send("INSERT INTO t VALUES (?, ?, ?, ?, ?, ?, ?, ?, CAST(? AS inet), ?, ?)", values);
     QCOMPARE(stream.finish(), std::vector<bool> { true });
-    QCOMPARE(
-        rows(QStringLiteral("SELECT a, b, c, d, e, f::text, encode(g, 'hex'), h, i, j, k FROM t")),
-        QStringList(
-            QString::fromUtf8("true|-2|-70000|-5000000000|12.5|1969-12-31 23:59:58.5+00|00ff27|"
-                              "a\uFFFDü'\\😀|2001:db8::1||-")));
+    QCOMPARE(rows("SELECT a, b, c, d, e, f::text, encode(g, 'hex'), h, i, j, k FROM t"),
+        QStringList("true|-2|-70000|-5000000000|12.5|1969-12-31 23:59:58.5+00|00ff27|a\uFFFDü'\\😀|2001:db8::1||-"));
 }
 
 void TestStatementStream::eachStatementStandsAlone()
 {
     const TestDatabase database(TestDatabase::Empty);
-    execute(QStringLiteral("CREATE TABLE t (i int PRIMARY KEY)"));
+    execute("CREATE TABLE t (i int PRIMARY KEY)");
     StatementStream stream;
     for (const int i : { 1, 2, 1, 3 })
         stream.send("INSERT INTO t VALUES (?)", number(i));
     ignoreWarning("^sql: .*duplicate key");
     QCOMPARE(stream.finish(), (std::vector<bool> { true, true, false, true }));
     QVERIFY(stream.failed());
-    QCOMPARE(
-        rows(QStringLiteral("SELECT i FROM t ORDER BY i")).join(u','), QStringLiteral("1,2,3"));
+    QCOMPARE(rows("SELECT i FROM t ORDER BY i").join(u','), "1,2,3");
     QCOMPARE(stream.finish(), std::vector<bool> {});
 }
 
@@ -91,7 +87,7 @@ void TestStatementStream::aLostTransactionIsReportedAsAsked()
 {
     QFETCH(bool, each);
     const TestDatabase database(TestDatabase::Empty);
-    execute(QStringLiteral("CREATE TABLE t (i int PRIMARY KEY); BEGIN"));
+    execute("CREATE TABLE t (i int PRIMARY KEY); BEGIN");
     StatementStream stream(each ? StatementStream::ReportEach : StatementStream::ReportFirst);
     for (const int i : { 1, 1, 2, 3 })
         stream.send("INSERT INTO t VALUES (?)", number(i));
@@ -110,7 +106,7 @@ void TestStatementStream::preparesAnewAfterAFailure()
     ignoreWarning("^sql: .*\"t\" does not exist");
     stream.send("INSERT INTO t VALUES (?)", number(1));
     QCOMPARE(stream.finish(), std::vector<bool> { false });
-    execute(QStringLiteral("CREATE TABLE t (i int)"));
+    execute("CREATE TABLE t (i int)");
     stream.send("INSERT INTO t VALUES (?)", number(1));
     QCOMPARE(stream.finish(), std::vector<bool> { true });
 }
@@ -118,7 +114,7 @@ void TestStatementStream::preparesAnewAfterAFailure()
 void TestStatementStream::takesMoreThanFitsAnyBuffer()
 {
     const TestDatabase database(TestDatabase::Empty);
-    execute(QStringLiteral("CREATE TABLE t (i int, a text)"));
+    execute("CREATE TABLE t (i int, a text)");
     const QString text(100000, u'x');
     StatementStream stream;
     for (int i = 0; i < 100; ++i) { // of twenty texts, more than are kept prepared
@@ -129,16 +125,14 @@ void TestStatementStream::takesMoreThanFitsAnyBuffer()
             stream.poll();
     }
     QCOMPARE(stream.finish(), std::vector<bool>(100, true));
-    QCOMPARE(value(QStringLiteral("SELECT count(DISTINCT i) || ' ' || sum(length(a)) FROM t")),
-        QStringLiteral("100 10000000"));
-    QCOMPARE(value(QStringLiteral("SELECT count(*) <= 10 FROM pg_prepared_statements")),
-        QStringLiteral("true"));
+    QCOMPARE(value("SELECT count(DISTINCT i) || ' ' || sum(length(a)) FROM t"), "100 10000000");
+    QCOMPARE(value("SELECT count(*) <= 10 FROM pg_prepared_statements"), "true");
 }
 
 void TestStatementStream::survivesTheLossOfTheConnection()
 {
     const TestDatabase database(TestDatabase::Empty);
-    execute(QStringLiteral("CREATE TABLE t (i int)"));
+    execute("CREATE TABLE t (i int)");
     StatementStream stream(StatementStream::ReportFirst);
     stream.send("INSERT INTO t VALUES (?)", number(1));
     ignoreWarning("^sql: .*terminating connection");

@@ -26,8 +26,7 @@ public:
         if (m_child == 0) {
             for (const int number : { SIGINT, SIGQUIT, SIGTSTP }) // as a login shell leaves them
                 ::signal(number, SIG_DFL);
-            execl("/bin/bash", "bash", "-c", script.constData(), "bash", VESK_ADMIN, "-c",
-                file.constData(), "add-user", "admin", nullptr);
+            execl("/bin/bash", "bash", "-c", script.constData(), "bash", VESK_ADMIN, "-c", file.constData(), "add-user", "admin", nullptr);
             _exit(127);
         }
     }
@@ -58,11 +57,7 @@ public:
         return true;
     }
 
-    void type(const QByteArray &text)
-    {
-        QCOMPARE(
-            write(m_terminal, text.constData(), static_cast<size_t>(text.size())), text.size());
-    }
+    void type(const QByteArray &text) { QCOMPARE(write(m_terminal, text.constData(), static_cast<size_t>(text.size())), text.size()); }
 
     bool echo() const
     {
@@ -122,9 +117,8 @@ void TestPrompt::asksTwiceWithoutEcho()
     QVERIFY(terminal.shows("created admin (maintainer)\r\n"));
     QCOMPARE(terminal.wait(), 0);
     QVERIFY(terminal.echo());
-    QCOMPARE(
-        terminal.screen(), QByteArray("Password: \r\nAgain: \r\ncreated admin (maintainer)\r\n"));
-    QCOMPARE(value(QStringLiteral("SELECT count(*) FROM vesk.users")), QStringLiteral("1"));
+    QCOMPARE(terminal.screen(), QByteArray("Password: \r\nAgain: \r\ncreated admin (maintainer)\r\n"));
+    QCOMPARE(value("SELECT count(*) FROM vesk.users"), "1");
 }
 
 void TestPrompt::refusesAnotherConfirmation()
@@ -139,7 +133,7 @@ void TestPrompt::refusesAnotherConfirmation()
     QVERIFY(terminal.shows("passwords do not match\r\n"));
     QCOMPARE(WEXITSTATUS(terminal.wait()), 1);
     QVERIFY(terminal.echo());
-    QCOMPARE(value(QStringLiteral("SELECT count(*) FROM vesk.users")), QStringLiteral("0"));
+    QCOMPARE(value("SELECT count(*) FROM vesk.users"), "0");
 }
 
 void TestPrompt::overlongInputIsItsOwnConfirmation()
@@ -186,8 +180,7 @@ void TestPrompt::signalsFindTheEchoOn()
 /// Ctrl-Z, as a shell with job control sees it.
 void TestPrompt::goesOnAfterAStop()
 {
-    Terminal terminal(
-        m_database->config(), R"(set -m; "$@"; echo first; read; fg; echo second; read; fg)");
+    Terminal terminal(m_database->config(), R"(set -m; "$@"; echo first; read; fg; echo second; read; fg)");
     QVERIFY(terminal.shows("Password: "));
     for (const char *stop : { "first", "second" }) {
         QTRY_VERIFY(!terminal.echo());

@@ -16,12 +16,12 @@ namespace {
 /// Executes a statement on the server's own database, from outside the database under test.
 void executeOutside(const QString &statement)
 {
-    const QString connection = QStringLiteral("outside");
+    const QString connection = "outside";
     {
-        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QPSQL"), connection);
+        QSqlDatabase db = QSqlDatabase::addDatabase("QPSQL", connection);
         db.setHostName(qEnvironmentVariable("PGHOST"));
         db.setUserName(qEnvironmentVariable("PGUSER"));
-        db.setDatabaseName(QStringLiteral("postgres"));
+        db.setDatabaseName("postgres");
         if (!db.open())
             qFatal("no server to test with, run: scripts/with-postgres PROGRAM");
         QSqlQuery q(db);
@@ -37,31 +37,30 @@ TestDatabase::TestDatabase(Schema schema)
 {
     static int number = 0;
     static bool haveTemplate = false;
-    const QString migrated = QStringLiteral("migrated"); // each test program migrates once
+    const QString migrated = "migrated"; // each test program migrates once
     if (schema == Migrated && !haveTemplate) {
         executeOutside(QStringLiteral("CREATE DATABASE %1").arg(migrated));
         writeConfig(migrated);
-        const Run run = runAdmin({ QStringLiteral("-c"), config(), QStringLiteral("migrate") });
+        const Run run = runAdmin({ "-c", config(), "migrate" });
         if (run.status != 0)
             qFatal("migrate: %s", run.err.constData());
         haveTemplate = true;
     }
     m_name = QStringLiteral("test%1").arg(++number);
-    executeOutside(QStringLiteral("CREATE DATABASE %1 TEMPLATE %2")
-                       .arg(m_name, schema == Migrated ? migrated : QStringLiteral("template1")));
+    executeOutside(
+        QStringLiteral("CREATE DATABASE %1 TEMPLATE %2").arg(m_name, schema == Migrated ? migrated : QStringLiteral("template1")));
     writeConfig(m_name);
-    if (!vesk::db::open(
-            QSettings(config(), QSettings::IniFormat), QStringLiteral("vesk-admin-test")))
+    if (!vesk::db::open(QSettings(config(), QSettings::IniFormat), "vesk-admin-test"))
         qFatal("cannot connect");
 }
 
 void TestDatabase::writeConfig(const QString &database) const
 {
     QSettings cfg(config(), QSettings::IniFormat);
-    cfg.setValue(QStringLiteral("database/host"), qEnvironmentVariable("PGHOST"));
-    cfg.setValue(QStringLiteral("database/user"), qEnvironmentVariable("PGUSER"));
-    cfg.setValue(QStringLiteral("database/name"), database);
-    cfg.setValue(QStringLiteral("database/timezone"), QStringLiteral("UTC"));
+    cfg.setValue("database/host", qEnvironmentVariable("PGHOST"));
+    cfg.setValue("database/user", qEnvironmentVariable("PGUSER"));
+    cfg.setValue("database/name", database);
+    cfg.setValue("database/timezone", "UTC");
 }
 
 TestDatabase::~TestDatabase()
@@ -72,7 +71,7 @@ TestDatabase::~TestDatabase()
 
 QString TestDatabase::config() const
 {
-    return m_folder.filePath(QStringLiteral("vesk.ini"));
+    return m_folder.filePath("vesk.ini");
 }
 
 QString TestDatabase::file(const QString &name, const QByteArray &content) const

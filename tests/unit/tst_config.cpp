@@ -17,22 +17,20 @@ private slots:
         QVERIFY(m_folder.isValid() && QDir::setCurrent(m_folder.path()));
         for (const char *name : { "option.ini", "variable.ini" })
             QVERIFY(QFile(QString::fromLatin1(name)).open(QIODevice::WriteOnly));
-        QVERIFY(QDir().mkdir(QStringLiteral("folder.ini")));
-        QVERIFY(QFile::link(QStringLiteral("option.ini"), QStringLiteral("link.ini")));
-        QVERIFY(QFile::link(QStringLiteral("missing.ini"), QStringLiteral("dangling.ini")));
+        QVERIFY(QDir().mkdir("folder.ini"));
+        QVERIFY(QFile::link("option.ini", "link.ini"));
+        QVERIFY(QFile::link("missing.ini", "dangling.ini"));
     }
     void cleanupTestCase() { QDir::setCurrent(QDir::rootPath()); }
-    void init() { QTest::failOnWarning(QRegularExpression(QStringLiteral(".*"))); }
+    void init() { QTest::failOnWarning(QRegularExpression(".*")); }
 
     void path_data()
     {
         QTest::addColumn<QStringList>("arguments");
         QTest::addColumn<QByteArray>("variable"); // null: not set
         QTest::addColumn<QString>("chosen");
-        const auto row = [](const char *name, const char *arguments, const char *variable,
-                             const char *chosen) {
-            QTest::newRow(name) << QString::fromLatin1(arguments).split(u' ')
-                                << QByteArray(variable) << chosen;
+        const auto row = [](const char *name, const char *arguments, const char *variable, const char *chosen) {
+            QTest::newRow(name) << QString::fromLatin1(arguments).split(u' ') << QByteArray(variable) << chosen;
         };
         const char *defaultPath = "/etc/hollowquarry/hollowquarry.ini";
         row("option", "--config option.ini", "variable.ini", "option.ini");
@@ -43,8 +41,7 @@ private slots:
         row("missing variable file", "migrate", "missing.ini", "missing.ini");
         row("empty option and variable", "--config=", "", defaultPath);
         row("default", "migrate", nullptr, defaultPath);
-        row("path is not tidied", "-c ./folder.ini/../option.ini", "",
-            "./folder.ini/../option.ini");
+        row("path is not tidied", "-c ./folder.ini/../option.ini", "", "./folder.ini/../option.ini");
         row("link", "-c link.ini", "", "link.ini");
         row("dangling link", "-c dangling.ini", "variable.ini", "dangling.ini");
         row("directory", "migrate", "folder.ini", "folder.ini");
@@ -62,7 +59,7 @@ private slots:
             qputenv("VESK_CONFIG", variable);
         QCommandLineParser parser;
         vesk::addConfigOption(parser);
-        QVERIFY(parser.parse(QStringList { QStringLiteral("program") } + arguments));
+        QVERIFY(parser.parse(QStringList { "program" } + arguments));
 
         // A file that does not exist is a message and no path, and no other file is tried.
         const bool exists = QFileInfo(chosen).isFile();

@@ -18,7 +18,7 @@ constexpr qsizetype kMax = LineReader::kMaxLineBytes;
 QByteArray gzip(const QByteArray &data)
 {
     QProcess program;
-    program.start(QStringLiteral("gzip"), { QStringLiteral("-c") });
+    program.start("gzip", { "-c" });
     program.write(data);
     program.closeWriteChannel();
     program.waitForFinished(-1);
@@ -57,7 +57,7 @@ class TestFiles : public QObject
     Q_OBJECT
 
 private slots:
-    void init() { QTest::failOnWarning(QRegularExpression(QStringLiteral(".*"))); }
+    void init() { QTest::failOnWarning(QRegularExpression(".*")); }
 
     /// The same files for both readers: readMaybeGzip and LineReader.
     void content_data()
@@ -66,10 +66,8 @@ private slots:
         QTest::addColumn<QByteArray>("stored");
         QTest::addColumn<QByteArray>("content");
         QTest::addColumn<bool>("intact");
-        const auto row = [](const char *name, const QByteArray &stored, const QByteArray &content,
-                             bool intact = true, const char *fileName = "a.gz") {
-            QTest::newRow(name) << fileName << stored << content << intact;
-        };
+        const auto row = [](const char *name, const QByteArray &stored, const QByteArray &content, bool intact = true,
+                             const char *fileName = "a.gz") { QTest::newRow(name) << fileName << stored << content << intact; };
         const QByteArray many = manyLines();
         const QByteArray archive = gzip("one\ntwo\n");
         QByteArray wrongSum = archive;
@@ -118,7 +116,7 @@ private slots:
     {
         const QByteArray many = manyLines();
         const QByteArray archive = gzip(many);
-        const QString path = write(QStringLiteral("a.gz"), archive.first(archive.size() / 2));
+        const QString path = write("a.gz", archive.first(archive.size() / 2));
         bool intact = true;
         const QByteArray whole = readMaybeGzip(path, &intact);
         QVERIFY(!intact);
@@ -131,7 +129,7 @@ private slots:
     void unreadable_data()
     {
         QTest::addColumn<QString>("name");
-        QDir(m_folder.path()).mkdir(QStringLiteral("folder.gz"));
+        QDir(m_folder.path()).mkdir("folder.gz");
         for (const char *name : { "missing.log", "missing.gz", ".", "folder.gz" })
             QTest::newRow(name) << name;
     }
@@ -144,7 +142,7 @@ private slots:
 
     void withoutGunzip()
     {
-        const QString path = write(QStringLiteral("a.gz"), gzip("one\n"));
+        const QString path = write("a.gz", gzip("one\n"));
         const QByteArray searchPath = qgetenv("PATH");
         const auto restore = qScopeGuard([&searchPath] { qputenv("PATH", searchPath); });
         qputenv("PATH", m_folder.path().toLocal8Bit());
@@ -155,8 +153,7 @@ private slots:
     {
         QTest::addColumn<qsizetype>("length");
         const qsizetype chunk = 256 * 1024; // read at a time; the line before takes 7 bytes
-        for (const qsizetype length : { chunk - 8, chunk - 7, chunk - 6, 2 * chunk, kMax, kMax + 1,
-                 kMax + 2, kMax + chunk, 3 * kMax + 5 })
+        for (const qsizetype length : { chunk - 8, chunk - 7, chunk - 6, 2 * chunk, kMax, kMax + 1, kMax + 2, kMax + chunk, 3 * kMax + 5 })
             QTest::addRow("%lld", static_cast<long long>(length)) << length;
     }
 
@@ -166,16 +163,15 @@ private slots:
         QFETCH(qsizetype, length);
         const QByteArray line = QByteArray(length - 1, 'a') + 'b';
         const QByteArray text = "before\n" + line + "\nafter\n" + line;
-        const QList<QByteArray> expected { "before", line.left(kMax + 1), "after",
-            line.left(kMax + 1) };
-        QVERIFY(pieces(write(QStringLiteral("a.log"), text)) == expected);
-        QVERIFY(pieces(write(QStringLiteral("a.gz"), gzip(text))) == expected);
+        const QList<QByteArray> expected { "before", line.left(kMax + 1), "after", line.left(kMax + 1) };
+        QVERIFY(pieces(write("a.log", text)) == expected);
+        QVERIFY(pieces(write("a.gz", gzip(text))) == expected);
     }
 
     /// A reader given up half-way ends its child process, or Qt warns.
     void abandonedReader()
     {
-        LineReader reader(write(QStringLiteral("a.gz"), gzip(manyLines().repeated(20))));
+        LineReader reader(write("a.gz", gzip(manyLines().repeated(20))));
         QVERIFY(reader.next());
     }
 
