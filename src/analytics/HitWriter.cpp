@@ -36,7 +36,8 @@ void addOptional(db::Values &values, QStringView text)
         values.addText(text);
 }
 
-/// The values of one row, in the order of the statement's columns.
+} // namespace
+
 void addRow(db::Values &values, int siteId, const Row &row)
 {
     values.addInt4(siteId);
@@ -67,8 +68,6 @@ void addRow(db::Values &values, int siteId, const Row &row)
     else
         values.addNull();
 }
-
-} // namespace
 
 void HitWriter::send(int siteId, const QList<Row> &rows)
 {

@@ -8,6 +8,9 @@
 
 namespace vesk::analytics {
 
+/// Adds what vesk.hits stores of a row, in the order of the insert statement's columns.
+void addRow(db::Values &values, int siteId, const Row &row);
+
 /// Writes rows into vesk.hits, many in one statement, without waiting for the database.
 class HitWriter
 {

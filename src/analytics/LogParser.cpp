@@ -3,7 +3,8 @@
 #include <QDate>
 
 #include <algorithm>
-#include <array>
+#include <cstdlib>
+#include <string_view>
 
 namespace vesk::analytics {
 
@@ -12,6 +13,8 @@ namespace {
 constexpr qint64 kUnixEpochJulianDay = 2440588;
 constexpr qint64 kSecondsPerDay = 86400;
 constexpr int kMaxOffsetSeconds = 16 * 3600;
+constexpr qint64 kYear1 = -62135596800; // 0001-01-01 00:00 UTC in seconds since 1970
+constexpr qint64 kYear10000 = 253402300800;
 
 void skipSpaces(QByteArrayView s, qint64 &pos)
 {
@@ -64,12 +67,28 @@ QByteArray optionalField(QByteArrayView s, qint64 &pos)
     return field == "-" ? QByteArray() : field;
 }
 
+/// The number of a month by its English abbreviation; 0 when it is none.
 int monthNumber(QByteArrayView name)
 {
-    static constexpr std::array<const char *, 12> months { "Jan", "Feb", "Mar", "Apr", "May", "Jun",
-        "Jul", "Aug", "Sep", "Oct", "Nov", "Dec" };
-    const auto month = std::find(months.begin(), months.end(), name);
-    return month == months.end() ? 0 : static_cast<int>(month - months.begin()) + 1;
+    static constexpr std::string_view kMonths = "JanFebMarAprMayJunJulAugSepOctNovDec";
+    for (size_t i = 0; i < kMonths.size(); i += 3) {
+        if (kMonths.compare(i, 3, name.data(), 3) == 0)
+            return static_cast<int>(i / 3) + 1;
+    }
+    return 0;
+}
+
+/// \a digits as a decimal number. Anything but digits is left to the platform, which also reads
+/// signs and blanks; what is no number counts as 0.
+int number(QByteArrayView digits)
+{
+    int value = 0;
+    for (const char c : digits) {
+        if (c < '0' || c > '9')
+            return digits.toInt();
+        value = value * 10 + (c - '0');
+    }
+    return value;
 }
 
 /// Reads dd/Mon/yyyy:HH:MM:SS +hhmm as UTC; invalid when it is no time of the years 1 to 9999. An
@@ -78,25 +97,25 @@ QDateTime parseTime(QByteArrayView text)
 {
     if (text.size() <= 25)
         return {};
-    const auto number
-        = [text](qsizetype pos, qsizetype length) { return text.sliced(pos, length).toInt(); };
+    const auto at
+        = [text](qsizetype pos, qsizetype length) { return number(text.sliced(pos, length)); };
 
-    const QDate date(number(7, 4), monthNumber(text.sliced(3, 3)), number(0, 2));
-    const int hour = number(12, 2);
-    const int minute = number(15, 2);
-    const int second = number(18, 2);
+    const QDate date(at(7, 4), monthNumber(text.sliced(3, 3)), at(0, 2));
+    const int hour = at(12, 2);
+    const int minute = at(15, 2);
+    const int second = at(18, 2);
     const int sign = text[21] == '-' ? -1 : 1;
-    const int offset = sign * (number(22, 2) * 3600 + number(24, 2) * 60);
+    const int offset = sign * (at(22, 2) * 3600 + at(24, 2) * 60);
     if (!date.isValid() || std::abs(offset) > kMaxOffsetSeconds)
         return {};
 
     const bool validTime = QTime::isValid(hour, minute, second);
     const int timeOfDay = validTime ? hour * 3600 + minute * 60 + second : 0;
     const qint64 days = date.toJulianDay() - kUnixEpochJulianDay;
-    const QDateTime at
-        = QDateTime::fromSecsSinceEpoch(days * kSecondsPerDay + timeOfDay - offset, Qt::UTC);
-    const int year = at.date().year();
-    return year >= 1 && year <= 9999 ? at : QDateTime();
+    const qint64 seconds = days * kSecondsPerDay + timeOfDay - offset;
+    if (seconds < kYear1 || seconds >= kYear10000)
+        return {};
+    return QDateTime::fromSecsSinceEpoch(seconds, Qt::UTC);
 }
 
 /// The request duration: the last field of the rest of the line, when it is a number.

@@ -6,6 +6,7 @@
 #include <QSqlDatabase>
 #include <QtEndian>
 
+#include <algorithm>
 #include <bit>
 #include <memory>
 #include <utility>
@@ -93,12 +94,21 @@ void Values::addBytes(QByteArrayView bytes)
 
 void Values::addText(QStringView text)
 {
-    appendText(text.toUtf8());
+    const auto isPlain = [](QChar c) { return c.unicode() - 1U < 0x7f; }; // ASCII but U+0000
+    if (std::all_of(text.begin(), text.end(), isPlain)) { // nearly always, and needs no conversion
+        const auto offset = static_cast<std::ptrdiff_t>(m_bytes.size());
+        for (const QChar c : text)
+            m_bytes += static_cast<char>(c.unicode());
+        m_fields.push_back({ offset, static_cast<int>(text.size()), 0 });
+    } else {
+        append(text.toUtf8().replace('\0', "\xEF\xBF\xBD"), 0);
+    }
+    m_bytes += '\0'; // libpq wants it behind texts
 }
 
 void Values::clear()
 {
-    m_bytes.resize(0); // keeps the memory
+    m_bytes.clear();
     m_fields.clear();
 }
 
@@ -111,16 +121,9 @@ template <typename Integer> void Values::addBigEndian(Integer value)
 
 void Values::append(QByteArrayView bytes, int format)
 {
-    m_fields.push_back({ m_bytes.size(), static_cast<int>(bytes.size()), format });
-    m_bytes.append(bytes.data(), bytes.size());
-}
-
-void Values::appendText(QByteArray utf8)
-{
-    if (utf8.contains('\0'))
-        utf8.replace('\0', "\xEF\xBF\xBD");
-    append(utf8, 0);
-    m_bytes.append('\0');
+    m_fields.push_back(
+        { static_cast<std::ptrdiff_t>(m_bytes.size()), static_cast<int>(bytes.size()), format });
+    m_bytes.append(bytes.data(), static_cast<size_t>(bytes.size()));
 }
 
 StatementStream::~StatementStream()
@@ -141,7 +144,7 @@ void StatementStream::send(const QByteArray &sql, const Values &values)
     std::vector<int> formats(count);
     for (size_t i = 0; i < count; ++i) {
         const Values::Field &field = values.m_fields[i];
-        data[i] = field.offset < 0 ? nullptr : values.m_bytes.constData() + field.offset;
+        data[i] = field.offset < 0 ? nullptr : values.m_bytes.data() + field.offset;
         lengths[i] = field.length;
         formats[i] = field.format;
     }

@@ -5,7 +5,9 @@
 #include <QHash>
 #include <QStringView>
 
+#include <cstddef>
 #include <deque>
+#include <string>
 #include <vector>
 
 struct pg_conn;
@@ -39,16 +41,15 @@ private:
 
     struct Field
     {
-        qsizetype offset; ///< into m_bytes, -1 for NULL
+        std::ptrdiff_t offset; ///< into m_bytes, -1 for NULL
         int length;
         int format; ///< 0 text, 1 binary
     };
 
     template <typename Integer> void addBigEndian(Integer value);
     void append(QByteArrayView bytes, int format);
-    void appendText(QByteArray utf8);
 
-    QByteArray m_bytes;
+    std::string m_bytes;
     std::vector<Field> m_fields;
 };
 

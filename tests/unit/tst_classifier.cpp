@@ -91,7 +91,9 @@ private slots:
     {
         QTest::addColumn<QByteArray>("referrer");
         QTest::addColumn<QString>("expected");
-        const auto referrer = [](const QByteArray &text, const char *expected) { row(text.left(40).constData(), text, expected); };
+        const auto referrer = [](const QByteArray &text, const char *expected) {
+            row(text.isEmpty() ? "none" : text.left(40).constData(), text, expected);
+        };
         for (const char *text : { "", "plain text", "/a/path?utm_source=n", "about:blank" })
             referrer(text, "direct||");
         referrer("android-app://com.google.android.googlequicksearchbox/", "search|Google|");
