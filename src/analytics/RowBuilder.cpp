@@ -2,6 +2,7 @@
 
 #include "common/LineReader.h"
 
+#include <QCryptographicHash>
 #include <QHostAddress>
 #include <QUrl>
 #include <QUrlQuery>
@@ -27,21 +28,29 @@ bool isBlank(QByteArrayView line)
         line.begin(), line.end(), [](char c) { return c == ' ' || (c >= '\t' && c <= '\r'); });
 }
 
-/// Four decimal numbers of up to three digits.
-bool isDottedQuad(QStringView text)
+/// Four decimal numbers of up to three digits. \a canonical tells whether they are at most 255 and
+/// without leading zeros.
+bool isDottedQuad(QStringView text, bool *canonical)
 {
     int numbers = 1;
     int digits = 0;
+    int value = 0;
+    *canonical = true;
     for (const QChar c : text) {
         if (c >= u'0' && c <= u'9' && digits < 3) {
+            *canonical = *canonical && (digits == 0 || value > 0);
+            value = value * 10 + (c.unicode() - u'0');
             ++digits;
         } else if (c == u'.' && digits > 0) {
+            *canonical = *canonical && value <= 255;
             ++numbers;
             digits = 0;
+            value = 0;
         } else {
             return false;
         }
     }
+    *canonical = *canonical && value <= 255;
     return numbers == 4 && digits > 0;
 }
 
@@ -82,24 +91,33 @@ bool readBeacon(const QByteArray &query, Row &row)
     return *row.engagedSecs > 0;
 }
 
+/// What is hashed before the address and the user agent.
+QByteArray hashPrefix(const QByteArray &secret, int siteId, QDate day)
+{
+    return secret + day.toString(Qt::ISODate).toLatin1() + QByteArray::number(siteId);
+}
+
+QByteArray shortHash(const QByteArray &bytes)
+{
+    return QCryptographicHash::hash(bytes, QCryptographicHash::Sha256).first(kHashBytes);
+}
+
 } // namespace
 
 QByteArray visitorHash(
     const QByteArray &secret, int siteId, const QString &ip, const QByteArray &userAgent, QDate day)
 {
-    QCryptographicHash hash(QCryptographicHash::Sha256);
-    hash.addData(secret);
-    hash.addData(day.toString(Qt::ISODate).toLatin1());
-    hash.addData(QByteArray::number(siteId));
-    hash.addData(ip.toLatin1());
-    hash.addData(userAgent);
-    return hash.result().first(kHashBytes);
+    return shortHash(hashPrefix(secret, siteId, day) + ip.toLatin1() + userAgent);
 }
 
 bool isAddress(const QString &text)
 {
+    bool canonical = false;
+    const bool dottedQuad = isDottedQuad(text, &canonical);
+    if (dottedQuad && canonical)
+        return true; // nearly always
     // QHostAddress alone would also take "1", "0x7f.1.1.1", surrounding spaces and scope ids.
-    return (isDottedQuad(text) || isIpv6Text(text)) && QHostAddress().setAddress(text);
+    return (dottedQuad || isIpv6Text(text)) && QHostAddress().setAddress(text);
 }
 
 RowBuilder::RowBuilder(const QByteArray &secret, int siteId, const QString &siteHost)
@@ -150,7 +168,9 @@ RowBuilder::Outcome RowBuilder::build(QByteArrayView line, Row &row)
 Source RowBuilder::source(const LogLine &log)
 {
     // Most targets name no campaign. A percent sign may hide the word.
-    if (log.target.contains("utm_source") || log.target.contains('%')) {
+    const bool maybeCampaign = log.target.contains('?')
+        && (log.target.contains("utm_source") || log.target.contains('%'));
+    if (maybeCampaign) {
         Source campaign = classifyCampaign(log.target);
         if (!campaign.kind.isEmpty())
             return campaign;
@@ -165,9 +185,10 @@ QByteArray RowBuilder::visitor(const LogLine &log)
     if (day != m_visitorDay) {
         m_visitors.clear();
         m_visitorDay = day;
+        m_hashPrefix = hashPrefix(m_secret, m_siteId, day);
     }
-    return m_visitors.get(log.ip.toLatin1() + ' ' + log.userAgent,
-        [&] { return visitorHash(m_secret, m_siteId, log.ip, log.userAgent, day); });
+    const QByteArray client = log.ip.toLatin1() + log.userAgent;
+    return m_visitors.get(client, [&] { return shortHash(m_hashPrefix + client); });
 }
 
 } // namespace vesk::analytics

@@ -6,7 +6,6 @@
 
 #include <QByteArray>
 #include <QByteArrayView>
-#include <QCryptographicHash>
 #include <QDate>
 #include <QString>
 
@@ -66,6 +65,7 @@ private:
     Memo<Source> m_referrers;
     Memo<QByteArray> m_visitors; ///< of the UTC day m_visitorDay
     QDate m_visitorDay;
+    QByteArray m_hashPrefix; ///< of that day
 };
 
 } // namespace vesk::analytics

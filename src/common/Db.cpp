@@ -23,7 +23,8 @@ void setTimeZone()
     QSqlQuery q;
     q.prepare(QStringLiteral("SELECT set_config('TimeZone', ?, false)"));
     q.addBindValue(g_timeZone);
-    exec(q);
+    if (exec(q))
+        qputenv("PGTZ", g_timeZone.toUtf8()); // libpq's, should the driver connect anew by itself
 }
 
 /// The state of the connection as libpq sees it; CONNECTION_OK when it cannot be asked.

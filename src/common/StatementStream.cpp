@@ -264,6 +264,7 @@ void StatementStream::giveUp()
     report(PQerrorMessage(m_connection));
     m_succeeded.insert(m_succeeded.end(), m_outstanding.size(), false);
     m_outstanding.clear();
+    m_prepared.clear();
 }
 
 } // namespace vesk::db
