@@ -15,7 +15,7 @@ namespace {
 constexpr int kSliceLines = 5000;
 
 /// Ends a slice of long lines early, so that memory stays bounded whatever a log holds.
-constexpr qsizetype kSliceBytes = 8 * 1024 * 1024;
+constexpr qsizetype kSliceBytes = qsizetype { 8 } * 1024 * 1024;
 
 constexpr int kPollLines = 100;
 

@@ -22,7 +22,7 @@ public:
         const auto known = m_values.constFind(text);
         if (known != m_values.constEnd())
             return *known;
-        const Value value = compute();
+        Value value = compute();
         if (text.size() <= kMaxTextBytes) {
             if (m_values.size() >= m_maxEntries)
                 m_values.clear();

@@ -34,7 +34,7 @@ QString key(const QJsonObject &object, qsizetype i)
 Target target(int site, const QString &engine, const QJsonArray &totals)
 {
     Target target { site, engine, QStringLiteral("9999"), {} };
-    for (const QJsonValue &total : totals) {
+    for (const auto &total : totals) {
         const QString day = key(total.toObject(), 0);
         if (day <= target.first)
             target.first = day;
@@ -69,7 +69,7 @@ void addFigures(db::Values &values, const QJsonObject &object)
 void sendTotals(db::StatementStream &stream, const Target &target, const QJsonArray &totals)
 {
     db::Values values;
-    for (const QJsonValue &total : totals) {
+    for (const auto &total : totals) {
         const QJsonObject object = total.toObject();
         values.clear();
         values.addInt4(target.site);

@@ -12,7 +12,7 @@ namespace vesk {
 
 namespace {
 
-constexpr qsizetype kChunkBytes = 256 * 1024;
+constexpr qsizetype kChunkBytes = qsizetype { 256 } * 1024;
 
 std::unique_ptr<QIODevice> openGunzip(const QString &path)
 {

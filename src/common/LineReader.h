@@ -19,7 +19,7 @@ class LineReader
 public:
     /// No web server writes longer lines. Of a longer one the first kMaxLineBytes + 1 bytes are
     /// handed out, so that who reads can tell, and the rest is passed over.
-    static constexpr qsizetype kMaxLineBytes = 1024 * 1024;
+    static constexpr qsizetype kMaxLineBytes = qsizetype { 1024 } * 1024;
 
     /// A file that cannot be opened reads like an empty one.
     explicit LineReader(const QString &path);
