@@ -842,13 +842,13 @@ std::int64_t Traffic::pageMicros()
 void Traffic::run()
 {
     std::array kinds = std::to_array<Kind>({
-        { &Traffic::person, 715, true },
+        { &Traffic::person, 713, true },
         { &Traffic::unverified, 45, true },
         { &Traffic::crawler, 145, false },
         { &Traffic::feedReader, 25, false },
         { &Traffic::apiClient, 20, true },
         { &Traffic::scanner, 49, false },
-        { &Traffic::broken, 1, false },
+        { &Traffic::broken, 3, false },
     });
     std::array<std::int64_t, 2> whole {};
     for (Seconds at = m_options.start; at < m_end; ++at) {
