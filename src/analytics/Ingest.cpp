@@ -83,13 +83,14 @@ Ingest::Result Ingest::ingest(int siteId, const QString &siteHost, const LineSou
     Slice slice = readSlice(builder, nextLine);
     while (slice.size > 0) {
         db::Transaction transaction;
-        assignSessions(slice.rows);
+        numberSessions(slice.rows);
         assignCountries(slice.rows);
         m_writer.send(siteId, slice.rows);
+        slice.rows.clear();
+        pruneSessions();
         Slice next = readSlice(builder, nextLine);
         const int stored = m_writer.finish();
         transaction.commit();
-        pruneSessions();
         if (stored > 0)
             notify(siteId);
 
@@ -121,6 +122,7 @@ Ingest::Slice Ingest::readSlice(RowBuilder &builder, const LineSource &nextLine)
         slice.counts.skipped += outcome == RowBuilder::Outcome::NotAnEntry;
         if (outcome == RowBuilder::Outcome::Row) {
             days.add(row.log.at);
+            row.session = sessionFor(row.visitor, row.log.at);
             slice.rows.append(std::move(row));
         }
         if (slice.size % kPollLines == 0)
@@ -142,10 +144,9 @@ qint64 Ingest::sessionFor(const QByteArray &visitor, const QDateTime &at)
     return session.id;
 }
 
-void Ingest::assignSessions(QList<Row> &rows)
+/// Puts the numbers of new visits in the place of their placeholders.
+void Ingest::numberSessions(QList<Row> &rows)
 {
-    for (Row &row : rows)
-        row.session = sessionFor(row.visitor, row.log.at);
     const QList<qint64> numbers = drawSessions();
     for (Row &row : rows) {
         if (row.session < 0)

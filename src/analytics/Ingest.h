@@ -58,7 +58,7 @@ private:
     /// The visit of a request by \a visitor: its number, or a negative placeholder when a new visit
     /// begins, whose number drawSessions() will draw.
     qint64 sessionFor(const QByteArray &visitor, const QDateTime &at);
-    void assignSessions(QList<Row> &rows);
+    void numberSessions(QList<Row> &rows);
     void assignCountries(QList<Row> &rows);
     QList<qint64> drawSessions();
     void pruneSessions();

@@ -90,8 +90,7 @@ public:
 private:
     struct Outstanding
     {
-        QByteArray
-            prepares; ///< the statement text, when it is prepared together with this execution
+        QByteArray prepares; ///< the statement text, if it is prepared on the way
         bool failed = false;
     };
 
