@@ -83,13 +83,11 @@ std::optional<Range> parseRange(QByteArrayView line)
     return fields;
 }
 
-QByteArray insertStatement(int rows)
+QByteArray insertStatement(qsizetype rows)
 {
-    QByteArray sql = "INSERT INTO vesk.geo_country (ip_from, ip_to, country) VALUES ";
-    for (int i = 0; i < rows; ++i)
-        sql += i == 0 ? "(CAST(? AS inet), CAST(? AS inet), ?)"
-                      : ", (CAST(? AS inet), CAST(? AS inet), ?)";
-    return sql + " ON CONFLICT DO NOTHING";
+    return db::multiRow("INSERT INTO vesk.geo_country (ip_from, ip_to, country) VALUES ",
+               "(CAST(? AS inet), CAST(? AS inet), ?)", rows)
+        + " ON CONFLICT DO NOTHING";
 }
 
 /// Sends the ranges of all lines of \a csv; their number, or nothing when a statement failed.

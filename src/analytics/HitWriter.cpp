@@ -16,16 +16,11 @@ constexpr qsizetype kMaxReferrerBytes = 1000;
 
 QByteArray insertStatement(qsizetype rows)
 {
-    static const QByteArray tuple
-        = "(?, ?, ?, ?, ?, ?, ?, CAST(? AS inet), ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)";
-    QByteArray sql
-        = "INSERT INTO vesk.hits (site_id, at, method, path, status, bytes, is_page, ip, "
-          "visitor, session_id, country, source_kind, source, referrer, search_terms, "
-          "device, browser, os, bot, engaged_secs, response_us) VALUES "
-        + tuple;
-    for (qsizetype i = 1; i < rows; ++i)
-        sql += ", " + tuple;
-    return sql;
+    return db::multiRow(
+        "INSERT INTO vesk.hits (site_id, at, method, path, status, bytes, is_page, ip, visitor, "
+        "session_id, country, source_kind, source, referrer, search_terms, device, browser, os, "
+        "bot, engaged_secs, response_us) VALUES ",
+        "(?, ?, ?, ?, ?, ?, ?, CAST(? AS inet), ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)", rows);
 }
 
 void addOptional(db::Values &values, QStringView text)

@@ -82,13 +82,10 @@ void sendTotals(db::StatementStream &stream, const Target &target, const QJsonAr
 
 QByteArray insertRowsStatement(qsizetype rows)
 {
-    static const QByteArray tuple
-        = "(?, ?, CAST(? AS date), ?, ?, "
-          "(SELECT alpha2 FROM vesk.country_codes WHERE alpha3 = ?), ?, ?, ?, ?)";
-    QByteArray sql = "INSERT INTO vesk.search_rows VALUES " + tuple;
-    for (qsizetype i = 1; i < rows; ++i)
-        sql += ", " + tuple;
-    return sql;
+    return db::multiRow("INSERT INTO vesk.search_rows VALUES ",
+        "(?, ?, CAST(? AS date), ?, ?, "
+        "(SELECT alpha2 FROM vesk.country_codes WHERE alpha3 = ?), ?, ?, ?, ?)",
+        rows);
 }
 
 void addRow(db::Values &values, const Target &target, const QJsonObject &row)

@@ -126,6 +126,15 @@ void Values::append(QByteArrayView bytes, int format)
     m_bytes.append(bytes.data(), static_cast<size_t>(bytes.size()));
 }
 
+QByteArray multiRow(const QByteArray &head, const QByteArray &tuple, qsizetype rows)
+{
+    QByteArray sql = head + tuple;
+    sql.reserve(head.size() + rows * (tuple.size() + 2));
+    for (qsizetype i = 1; i < rows; ++i)
+        sql += ", " + tuple;
+    return sql;
+}
+
 StatementStream::~StatementStream()
 {
     finish();

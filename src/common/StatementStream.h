@@ -53,6 +53,9 @@ private:
     std::vector<Field> m_fields;
 };
 
+/// \a head, which ends in "VALUES ", followed by \a rows times the group of placeholders \a tuple.
+QByteArray multiRow(const QByteArray &head, const QByteArray &tuple, qsizetype rows);
+
 /// Executes statements on the default connection without waiting for one before sending the next
 /// (libpq's pipeline mode). From the first send() to finish() nothing else may use the connection.
 /// A statement text is prepared on the server once and then executed by name. Each statement
