@@ -48,6 +48,10 @@ AS $$
 DECLARE
     sc text;
 BEGIN
+    -- One roll-up of a day at a time. The second waits, and then sees all that the first saw.
+    PERFORM pg_advisory_xact_lock(hashtextextended(
+        'vesk rollup ' || p_site || ' ' || (p_day - date '2000-01-01'), 0));
+
     DELETE FROM vesk.rollup WHERE site_id = p_site AND day = p_day;
     DROP TABLE IF EXISTS pg_temp.rh, pg_temp.rk, pg_temp.ra, pg_temp.rx, pg_temp.rv, pg_temp.rp,
                          pg_temp.rc, pg_temp.rb, pg_temp.rw, pg_temp.rs, pg_temp.rl;

@@ -1,3 +1,4 @@
+#include "admin/Output.h"
 #include "admin/Prompt.h"
 #include "analytics/GeoIp.h"
 #include "analytics/Ingest.h"
@@ -78,10 +79,14 @@ bool applyScript(const QString &name, int version)
 int migrate()
 {
     QString error;
-    if (!vesk::db::execScript(QStringLiteral("CREATE SCHEMA IF NOT EXISTS vesk; "
-                                             "CREATE TABLE IF NOT EXISTS vesk.schema_migrations ("
-                                             "   version integer PRIMARY KEY, name text NOT NULL,"
-                                             "   applied_at timestamptz NOT NULL DEFAULT now())"),
+    // Held to the end of the session: a second run at the same time waits, and finds all done.
+    if (!vesk::db::execScript(
+            QStringLiteral("SELECT pg_advisory_lock(hashtextextended('vesk migrate', 0))"), &error)
+        || !vesk::db::execScript(
+            QStringLiteral("CREATE SCHEMA IF NOT EXISTS vesk; "
+                           "CREATE TABLE IF NOT EXISTS vesk.schema_migrations ("
+                           "   version integer PRIMARY KEY, name text NOT NULL,"
+                           "   applied_at timestamptz NOT NULL DEFAULT now())"),
             &error)) {
         qCritical("%s", qPrintable(error));
         return 1;
@@ -192,6 +197,13 @@ int setSetting(const QString &key, const QString &value)
 
 // ---- Access logs ----
 
+void warnOfLoss(const QString &file, const Ingest::LostSlice &slice)
+{
+    const QString cause = slice.cause.section(u'\n', 0, 0);
+    qWarning("%s: lines %lld to %lld were not kept%s%s", qPrintable(file), slice.firstLine,
+        slice.lastLine, cause.isEmpty() ? "" : ": ", qPrintable(cause));
+}
+
 int importLogs(const QString &host, const QStringList &files)
 {
     const int site = siteId(host);
@@ -205,6 +217,8 @@ int importLogs(const QString &host, const QStringList &files)
         vesk::LineReader lines(file);
         const Ingest::Result total
             = ingest.ingest(site, host.toLower(), [&lines] { return lines.next(); });
+        for (const Ingest::LostSlice &slice : total.lost)
+            warnOfLoss(file, slice);
         printf("%s: %d lines, %d stored, %d not log entries\n", qPrintable(file), total.lines,
             total.stored, total.skipped);
         days.unite(total.days);
@@ -293,6 +307,7 @@ constexpr Command kCommands[] = {
 
 int main(int argc, char **argv)
 {
+    prepareOutput();
     const QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("vesk-admin"));
     QCoreApplication::setApplicationVersion(QStringLiteral("0.1"));

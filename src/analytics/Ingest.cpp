@@ -2,6 +2,7 @@
 
 #include "common/Db.h"
 
+#include <QSqlError>
 #include <QSqlQuery>
 #include <QStringList>
 #include <QVariant>
@@ -62,6 +63,7 @@ struct Ingest::Slice
     QList<Row> rows;
     Result counts; ///< all but the stored rows
     int size = 0; ///< lines, blank ones too; 0 after the end
+    int lastUsed = 0; ///< number of the last line that is not blank
 };
 
 bool Ingest::init()
@@ -80,17 +82,24 @@ Ingest::Result Ingest::ingest(int siteId, const QString &siteHost, const LineSou
 {
     RowBuilder builder(m_secret, siteId, siteHost);
     Result total;
+    qint64 line = 0; // the last one of the slices before
     Slice slice = readSlice(builder, nextLine);
     while (slice.size > 0) {
+        const bool hasRows = !slice.rows.isEmpty();
         db::Transaction transaction;
-        numberSessions(slice.rows);
-        assignCountries(slice.rows);
-        m_writer.send(siteId, slice.rows);
+        QString cause = transaction.error();
+        numberSessions(slice.rows, transaction.isOpen(), &cause);
+        if (transaction.isOpen())
+            assignCountries(slice.rows);
+        if (transaction.isOpen())
+            m_writer.send(siteId, slice.rows);
         slice.rows.clear();
         pruneSessions();
         Slice next = readSlice(builder, nextLine);
         const int stored = m_writer.finish();
-        transaction.commit();
+        if (!transaction.commit() && hasRows)
+            total.lost.append({ line + 1, line + slice.lastUsed, cause });
+        line += slice.size;
         if (stored > 0)
             notify(siteId);
 
@@ -118,7 +127,10 @@ Ingest::Slice Ingest::readSlice(RowBuilder &builder, const LineSource &nextLine)
         bytes += line->size();
         Row row;
         const RowBuilder::Outcome outcome = builder.build(*line, row);
-        slice.counts.lines += outcome != RowBuilder::Outcome::Blank;
+        if (outcome != RowBuilder::Outcome::Blank) {
+            ++slice.counts.lines;
+            slice.lastUsed = slice.size;
+        }
         slice.counts.skipped += outcome == RowBuilder::Outcome::NotAnEntry;
         if (outcome == RowBuilder::Outcome::Row) {
             days.add(row.log.at);
@@ -145,9 +157,9 @@ qint64 Ingest::sessionFor(const QByteArray &visitor, const QDateTime &at)
 }
 
 /// Puts the numbers of new visits in the place of their placeholders.
-void Ingest::numberSessions(QList<Row> &rows)
+void Ingest::numberSessions(QList<Row> &rows, bool connected, QString *error)
 {
-    const QList<qint64> numbers = drawSessions();
+    const QList<qint64> numbers = drawSessions(connected, error);
     for (Row &row : rows) {
         if (row.session < 0)
             row.session = numbers[-row.session - 1];
@@ -155,16 +167,18 @@ void Ingest::numberSessions(QList<Row> &rows)
 }
 
 /// Draws the numbers of all new visits, in their order, in one statement, and enters them into
-/// m_sessions. When that fails they are all 0, and a visitor's next request asks again.
-QList<qint64> Ingest::drawSessions()
+/// m_sessions. When that fails, with the reason in \a error, they are all 0, and a visitor's next
+/// request asks again.
+QList<qint64> Ingest::drawSessions(bool connected, QString *error)
 {
     const QList<QByteArray> visitors = std::exchange(m_newVisits, {});
     QList<qint64> numbers;
     numbers.reserve(visitors.size());
-    if (!visitors.isEmpty()) {
+    if (connected && !visitors.isEmpty()) {
         QSqlQuery q;
-        q.exec(QStringLiteral("SELECT nextval('vesk.session_seq') FROM generate_series(1, %1)")
-                   .arg(visitors.size()));
+        if (!q.exec(QStringLiteral("SELECT nextval('vesk.session_seq') FROM generate_series(1, %1)")
+                        .arg(visitors.size())))
+            *error = db::presentable(q.lastError());
         while (q.next())
             numbers.append(q.value(0).toLongLong());
     }

@@ -22,6 +22,14 @@ namespace vesk::analytics {
 class Ingest
 {
 public:
+    /// Lines whose rows the database did not keep, although statements may have succeeded.
+    struct LostSlice
+    {
+        qint64 firstLine; ///< counted from 1, blank lines too
+        qint64 lastLine;
+        QString cause; ///< empty when it was reported as that of a failed statement
+    };
+
     /// What became of the lines.
     struct Result
     {
@@ -29,6 +37,7 @@ public:
         int stored = 0; ///< rows whose statement succeeded
         int skipped = 0; ///< lines that are no access-log entries
         QSet<QDate> days; ///< with requests, in the local time zone
+        QList<LostSlice> lost;
     };
 
     /// Gives one line after the other, without line feeds, then nothing. A line need only be valid
@@ -58,9 +67,9 @@ private:
     /// The visit of a request by \a visitor: its number, or a negative placeholder when a new visit
     /// begins, whose number drawSessions() will draw.
     qint64 sessionFor(const QByteArray &visitor, const QDateTime &at);
-    void numberSessions(QList<Row> &rows);
+    void numberSessions(QList<Row> &rows, bool connected, QString *error);
     void assignCountries(QList<Row> &rows);
-    QList<qint64> drawSessions();
+    QList<qint64> drawSessions(bool connected, QString *error);
     void pruneSessions();
 
     QByteArray m_secret;

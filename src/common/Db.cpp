@@ -2,6 +2,7 @@
 
 #include "common/NativeConnection.h"
 
+#include <QLatin1String>
 #include <QSettings>
 #include <QSqlDatabase>
 #include <QSqlDriver>
@@ -10,6 +11,9 @@
 #include <QStringList>
 #include <QTimeZone>
 
+#include <algorithm>
+#include <array>
+
 #include <libpq-fe.h>
 
 namespace vesk::db {
@@ -17,6 +21,11 @@ namespace vesk::db {
 namespace {
 
 QString g_timeZone; // destroyed at exit
+
+/// The errors whose details hold the refused row: a NULL, a check constraint or a partition, the
+/// condition of a view.
+constexpr std::array kQuoteRows { QLatin1String("23502"), QLatin1String("23514"),
+    QLatin1String("44000") };
 
 void setTimeZone()
 {
@@ -67,7 +76,7 @@ bool open(const QSettings &cfg, const QString &appName)
     db.setConnectOptions(QLatin1String("application_name=") + appName
         + QLatin1String(";options='-c client_min_messages=warning'"));
     if (!db.open()) {
-        qCritical("database: %s", qPrintable(db.lastError().text()));
+        qCritical("database: %s", qPrintable(presentable(db.lastError())));
         return false;
     }
     g_timeZone = text(cfg, QStringLiteral("database/timezone"),
@@ -83,13 +92,31 @@ bool exec(QSqlQuery &q)
     const bool prepared = !q.lastError().isValid();
     if (prepared && q.exec())
         return true;
-    reportFailure(q.lastError().text());
+    reportFailure(presentable(q.lastError()));
     return false;
 }
 
 void reportFailure(const QString &errorText)
 {
     qWarning("sql: %s", qPrintable(errorText));
+}
+
+QString presentable(const QString &text, const QString &sqlState)
+{
+    const bool quotesRow
+        = std::find(kQuoteRows.begin(), kQuoteRows.end(), sqlState) != kQuoteRows.end();
+    QString shown = quotesRow ? text.section(u'\n', 0, 0) : text;
+    for (QChar &c : shown) {
+        const bool isFormat = c.category() == QChar::Other_Format; // such as writing directions
+        if ((c.category() == QChar::Other_Control && c != u'\n' && c != u'\t') || isFormat)
+            c = QChar::ReplacementCharacter;
+    }
+    return shown.trimmed();
+}
+
+QString presentable(const QSqlError &error)
+{
+    return presentable(error.text(), error.nativeErrorCode());
 }
 
 bool execScript(const QString &sql, QString *error)
@@ -100,7 +127,7 @@ bool execScript(const QString &sql, QString *error)
         ok = !q.lastError().isValid();
     ok = ok && !q.lastError().isValid();
     if (!ok)
-        *error = q.lastError().text();
+        *error = presentable(q.lastError());
     return ok;
 }
 
@@ -134,7 +161,7 @@ bool ensure(bool force)
         = db.driver() ? db.driver()->subscribedToNotifications() : QStringList();
     db.close();
     if (!db.open()) {
-        qWarning("database: reconnect failed: %s", qPrintable(db.lastError().text()));
+        qWarning("database: reconnect failed: %s", qPrintable(presentable(db.lastError())));
         return false;
     }
     setTimeZone();
@@ -145,28 +172,39 @@ bool ensure(bool force)
 }
 
 Transaction::Transaction()
+    : m_db(QSqlDatabase::database(QLatin1String(QSqlDatabase::defaultConnection), false))
 {
-    QSqlDatabase::database().transaction();
+    if ((!m_db.isOpen() && !m_db.open()) || !m_db.transaction())
+        m_error = presentable(m_db.lastError());
 }
 
 Transaction::~Transaction()
 {
-    if (m_open)
-        QSqlDatabase::database().rollback();
+    if (isOpen())
+        m_db.rollback();
+}
+
+bool Transaction::isOpen() const
+{
+    if (!m_db.isOpen())
+        return false;
+    const PGconn *connection = nativeConnection(m_db);
+    const auto status = connection ? PQtransactionStatus(connection) : PQTRANS_INTRANS;
+    return status == PQTRANS_INTRANS || status == PQTRANS_INERROR;
 }
 
 bool Transaction::commit()
 {
-    QSqlDatabase db = QSqlDatabase::database();
-    const PGconn *connection = nativeConnection(db);
-    m_open = false;
-    if (connection && PQtransactionStatus(connection) != PQTRANS_INTRANS) {
-        db.rollback(); // what the server would make of a commit, without telling
+    if (!isOpen())
+        return false;
+    const PGconn *connection = nativeConnection(m_db);
+    if (connection && PQtransactionStatus(connection) == PQTRANS_INERROR) {
+        m_db.rollback(); // what the server would make of a commit, without telling
         return false;
     }
-    if (db.commit())
+    if (m_db.commit())
         return true;
-    reportFailure(db.lastError().text());
+    reportFailure(presentable(m_db.lastError()));
     return false;
 }
 

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <QSqlDatabase>
 #include <QString>
 
 class QSettings;
+class QSqlError;
 class QSqlQuery;
 
 /// The one PostgreSQL connection of the process, Qt's default connection. Statement objects are
@@ -24,6 +26,14 @@ bool exec(QSqlQuery &q);
 /// Reports the text of a failed statement, as exec() does.
 void reportFailure(const QString &errorText);
 
+/// \a text, the message of an error with the code \a sqlState, as it may be shown: without the
+/// details in which the server quotes a whole refused row, with secrets of it perhaps, and without
+/// control characters, which would reach a terminal. Errors quote what strangers sent.
+QString presentable(const QString &text, const QString &sqlState);
+
+/// The same for an error of Qt's.
+QString presentable(const QSqlError &error);
+
 /// Executes a script of any number of statements, without parameters. False at the first one that
 /// fails, with its error text in \a error; nothing is reported.
 bool execScript(const QString &sql, QString *error);
@@ -43,17 +53,25 @@ bool ensure(bool force);
 class Transaction
 {
 public:
-    /// Begins it. When that fails, commit() will.
+    /// Begins it, on a new connection if the old one is lost. When that fails, commit() will.
     Transaction();
     ~Transaction();
     Q_DISABLE_COPY_MOVE(Transaction)
+
+    /// Why it did not begin; empty when it did.
+    QString error() const { return m_error; }
+
+    /// Whether the connection is still inside it. Otherwise a statement would be committed by
+    /// itself: the driver connects anew when the connection is lost.
+    bool isOpen() const;
 
     /// False when the server did not keep the changes, also when it had given the transaction up
     /// after a failed statement. An error of the commit itself is reported as by exec().
     bool commit();
 
 private:
-    bool m_open = true;
+    QSqlDatabase m_db;
+    QString m_error;
 };
 
 } // namespace vesk::db

@@ -146,6 +146,10 @@ void StatementStream::send(const QByteArray &sql, const Values &values)
         begin();
     while (m_outstanding.size() >= kMaxOutstanding)
         wait();
+    if (m_lost) {
+        m_succeeded.push_back(false);
+        return;
+    }
 
     const auto count = values.m_fields.size();
     std::vector<const char *> data(count);
@@ -184,6 +188,7 @@ std::vector<bool> StatementStream::finish()
         PQsetnonblocking(m_connection, 0);
         m_connection = nullptr;
     }
+    m_lost = false;
     return std::exchange(m_succeeded, {});
 }
 
@@ -191,6 +196,10 @@ void StatementStream::begin()
 {
     m_connection = nativeConnection(
         QSqlDatabase::database(QLatin1String(QSqlDatabase::defaultConnection), false));
+    if (const int server = PQbackendPID(m_connection); server != m_server) {
+        m_server = server;
+        m_prepared.clear();
+    }
     PQsetnonblocking(m_connection, 1);
     PQenterPipelineMode(m_connection);
 }
@@ -239,8 +248,9 @@ void StatementStream::takeResults()
             settle();
             break;
         case PGRES_FATAL_ERROR:
-            report(PQresultErrorMessage(result.get()));
-            [[fallthrough]];
+            fail(presentable(QString::fromUtf8(PQresultErrorMessage(result.get())),
+                QString::fromLatin1(PQresultErrorField(result.get(), PG_DIAG_SQLSTATE))));
+            break;
         case PGRES_PIPELINE_ABORTED: // not executed, because it could not be prepared
             m_outstanding.front().failed = true;
             break;
@@ -260,17 +270,21 @@ void StatementStream::settle()
     m_outstanding.pop_front();
 }
 
-void StatementStream::report(const char *libpqText)
+/// The statement whose results are due has failed; only its first error is reported.
+void StatementStream::fail(const QString &errorText)
 {
-    if (m_reports == ReportEach || !m_failed)
-        reportFailure(QString::fromUtf8(libpqText).trimmed());
+    Outstanding &statement = m_outstanding.front();
+    if (!statement.failed && (m_reports == ReportEach || !m_failed))
+        reportFailure(errorText);
+    statement.failed = true;
     m_failed = true;
 }
 
-/// The connection is lost, and with it whatever has no result yet.
+/// The connection is lost, and with it whatever has no result yet or is still to be sent.
 void StatementStream::giveUp()
 {
-    report(PQerrorMessage(m_connection));
+    fail(presentable(QString::fromUtf8(PQerrorMessage(m_connection)), {}));
+    m_lost = true;
     m_succeeded.insert(m_succeeded.end(), m_outstanding.size(), false);
     m_outstanding.clear();
     m_prepared.clear();

@@ -103,12 +103,14 @@ private:
     void settle();
     void giveUp();
     QByteArray prepare(const QByteArray &sql);
-    void report(const char *libpqText);
+    void fail(const QString &errorText);
 
     const Reports m_reports;
     bool m_failed = false;
 
     pg_conn *m_connection = nullptr; ///< null between finish() and send()
+    bool m_lost = false; ///< the connection, since the last finish()
+    int m_server = 0; ///< process that m_prepared is about; a new one after a lost connection
     QHash<QByteArray, QByteArray> m_prepared; ///< statement text to its name on the server
     std::deque<Outstanding> m_outstanding; ///< statements whose results are not complete, in order
     std::vector<bool> m_succeeded; ///< of the statements whose results are
