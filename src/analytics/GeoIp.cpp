@@ -5,7 +5,6 @@
 #include "common/StatementStream.h"
 
 #include <QByteArray>
-#include <QByteArrayView>
 #include <QDate>
 #include <QEventLoop>
 #include <QNetworkAccessManager>
@@ -62,27 +61,6 @@ std::optional<QByteArray> download(QString *error)
     return reply->readAll();
 }
 
-/// First address, last address and country code.
-using Range = std::array<QByteArrayView, 3>;
-
-/// The range on a line "first,last,code[,...]"; nothing when it has no two-letter code or stands
-/// for no country.
-std::optional<Range> parseRange(QByteArrayView line)
-{
-    Range fields;
-    line = line.trimmed();
-    for (size_t i = 0; i < fields.size(); ++i) {
-        const qsizetype comma = line.indexOf(',');
-        if (comma < 0 && i + 1 < fields.size())
-            return {};
-        fields[i] = comma < 0 ? line : line.first(comma);
-        line = comma < 0 ? QByteArrayView() : line.sliced(comma + 1);
-    }
-    if (fields[2].size() != 2 || fields[2] == "ZZ")
-        return {};
-    return fields;
-}
-
 QByteArray insertStatement(qsizetype rows)
 {
     return db::multiRow("INSERT INTO vesk.geo_country (ip_from, ip_to, country) VALUES ",
@@ -102,8 +80,8 @@ std::optional<qint64> insertRanges(QByteArrayView csv)
         for (int i = 0; i < kRows && more; ++i) {
             const qsizetype lineFeed = csv.indexOf('\n');
             more = lineFeed >= 0;
-            if (const auto range = parseRange(more ? csv.first(lineFeed) : csv)) {
-                for (const QByteArrayView field : *range)
+            if (const auto range = parseCountryRange(more ? csv.first(lineFeed) : csv)) {
+                for (const QByteArrayView field : { range->first, range->last, range->country })
                     values.addText(QString::fromLatin1(field));
                 ++rows;
             }
@@ -127,6 +105,22 @@ void rememberMonth()
 }
 
 } // namespace
+
+std::optional<CountryRange> parseCountryRange(QByteArrayView line)
+{
+    std::array<QByteArrayView, 3> fields;
+    line = line.trimmed();
+    for (size_t i = 0; i < fields.size(); ++i) {
+        const qsizetype comma = line.indexOf(',');
+        if (comma < 0 && i + 1 < fields.size())
+            return {};
+        fields[i] = comma < 0 ? line : line.first(comma);
+        line = comma < 0 ? QByteArrayView() : line.sliced(comma + 1);
+    }
+    if (fields[2].size() != 2 || fields[2] == "ZZ")
+        return {};
+    return CountryRange { fields[0], fields[1], fields[2] };
+}
 
 QString updateGeoIp(const QString &file, bool *ok)
 {

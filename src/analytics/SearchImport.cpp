@@ -58,24 +58,24 @@ void clearRange(db::StatementStream &stream, const QByteArray &table, const Targ
         values);
 }
 
-void addFigures(db::Values &values, const QJsonObject &object)
+void addFigures(db::Values &values, const SearchDay &figures)
 {
-    values.addInt4(object.value(QLatin1String("clicks")).toInt());
-    values.addInt4(object.value(QLatin1String("impressions")).toInt());
+    values.addInt4(figures.clicks);
+    values.addInt4(figures.impressions);
     // As text: a number beyond the column's range is for the database to refuse.
-    values.addText(QString::number(object.value(QLatin1String("position")).toDouble(), 'g', 17));
+    values.addText(QString::number(figures.position, 'g', 17));
 }
 
 void sendTotals(db::StatementStream &stream, const Target &target, const QJsonArray &totals)
 {
     db::Values values;
     for (const auto &total : totals) {
-        const QJsonObject object = total.toObject();
+        const SearchDay day = readSearchDay(total.toObject());
         values.clear();
         values.addInt4(target.site);
         values.addText(target.engine);
-        values.addText(key(object, 0));
-        addFigures(values, object);
+        values.addText(day.day);
+        addFigures(values, day);
         stream.send("INSERT INTO vesk.search_days VALUES (?, ?, CAST(? AS date), ?, ?, ?)", values);
     }
 }
@@ -88,15 +88,15 @@ QByteArray insertRowsStatement(qsizetype rows)
         rows);
 }
 
-void addRow(db::Values &values, const Target &target, const QJsonObject &row)
+void addRow(db::Values &values, const Target &target, const SearchRow &row)
 {
     values.addInt4(target.site);
     values.addText(target.engine);
-    values.addText(key(row, 0));
-    values.addText(key(row, 1));
-    values.addText(QUrl(key(row, 2), QUrl::TolerantMode).path(QUrl::FullyDecoded));
-    values.addText(key(row, 3).toLower());
-    values.addText(key(row, 4).toLower());
+    values.addText(row.day);
+    values.addText(row.query);
+    values.addText(row.path);
+    values.addText(row.country);
+    values.addText(row.device);
     addFigures(values, row);
 }
 
@@ -107,12 +107,26 @@ void sendRows(db::StatementStream &stream, const Target &target, const QJsonArra
         const qsizetype end = std::min(i + kBatchRows, rows.size());
         values.clear();
         for (qsizetype row = i; row < end; ++row)
-            addRow(values, target, rows.at(row).toObject());
+            addRow(values, target, readSearchRow(rows.at(row).toObject()));
         stream.send(insertRowsStatement(end - i), values);
     }
 }
 
 } // namespace
+
+SearchDay readSearchDay(const QJsonObject &object)
+{
+    return { key(object, 0), object.value(QLatin1String("clicks")).toInt(),
+        object.value(QLatin1String("impressions")).toInt(),
+        object.value(QLatin1String("position")).toDouble() };
+}
+
+SearchRow readSearchRow(const QJsonObject &object)
+{
+    return { readSearchDay(object), key(object, 1),
+        QUrl(key(object, 2), QUrl::TolerantMode).path(QUrl::FullyDecoded), key(object, 3).toLower(),
+        key(object, 4).toLower() };
+}
 
 QString importSearchData(int site, const QString &engine, const QJsonObject &data, bool *ok)
 {

@@ -1,6 +1,5 @@
 #include "common/Password.h"
 
-#include <QByteArray>
 #include <QCryptographicHash>
 #include <QPasswordDigestor>
 #include <QRandomGenerator>
@@ -40,22 +39,29 @@ QString hash(const QString &plain)
             QString::fromLatin1(key.toBase64()));
 }
 
-bool verify(const QString &plain, const QString &stored)
+std::optional<StoredHash> parse(const QString &stored)
 {
     const QStringList parts = stored.split(u'$');
     if (parts.size() != 4 || parts[0] != QLatin1String("pbkdf2-sha256"))
-        return false;
+        return {};
     const int iterations = parts[1].toInt();
     if (iterations < 1)
+        return {};
+    return StoredHash { iterations, QByteArray::fromBase64(parts[2].toLatin1()),
+        QByteArray::fromBase64(parts[3].toLatin1()) };
+}
+
+bool verify(const QString &plain, const QString &stored)
+{
+    const std::optional<StoredHash> expected = parse(stored);
+    if (!expected)
         return false;
-    const QByteArray salt = QByteArray::fromBase64(parts[2].toLatin1());
-    const QByteArray expected = QByteArray::fromBase64(parts[3].toLatin1());
-    const QByteArray actual = deriveKey(plain, salt, iterations);
-    if (expected.size() != actual.size())
+    const QByteArray actual = deriveKey(plain, expected->salt, expected->iterations);
+    if (expected->key.size() != actual.size())
         return false;
     int diff = 0; // compared to the end, so that the time tells nothing
     for (qsizetype i = 0; i < actual.size(); ++i)
-        diff |= expected[i] ^ actual[i];
+        diff |= expected->key[i] ^ actual[i];
     return diff == 0;
 }
 

@@ -106,6 +106,14 @@ void Values::addText(QStringView text)
     m_bytes += '\0'; // libpq wants it behind texts
 }
 
+std::optional<QByteArrayView> Values::at(qsizetype index) const
+{
+    const Field &field = m_fields[static_cast<size_t>(index)];
+    if (field.offset < 0)
+        return {};
+    return QByteArrayView(m_bytes.data() + field.offset, field.length);
+}
+
 void Values::clear()
 {
     m_bytes.clear();

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <deque>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -34,6 +35,9 @@ public:
     void addText(QStringView text);
 
     qsizetype size() const { return static_cast<qsizetype>(m_fields.size()); }
+    /// The bytes that the server gets for the value \a index, nothing for NULL; valid until the
+    /// next change.
+    std::optional<QByteArrayView> at(qsizetype index) const;
     void clear();
 
 private:
