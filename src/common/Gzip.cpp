@@ -3,6 +3,11 @@
 #include <QFile>
 #include <QProcess>
 
+#include <csignal>
+
+#include <sys/prctl.h>
+#include <unistd.h>
+
 namespace vesk {
 
 namespace {
@@ -37,8 +42,7 @@ QByteArray gunzip(const QByteArray &data, bool *intact)
 {
     set(intact, false);
     QProcess p;
-    p.start(QStringLiteral("gunzip"), { QStringLiteral("-c") });
-    if (!p.waitForStarted(-1))
+    if (!startGunzip(p))
         return {};
     p.write(data);
     p.closeWriteChannel();
@@ -47,6 +51,20 @@ QByteArray gunzip(const QByteArray &data, bool *intact)
         p.exitStatus() == QProcess::NormalExit
             && (p.exitCode() == 0 || p.exitCode() == kGunzipWarning));
     return p.readAllStandardOutput();
+}
+
+bool startGunzip(QProcess &child, int input)
+{
+    if (input >= 0)
+        child.setStandardInputFile(QProcess::nullDevice()); // no pipe; replaced below
+    // Runs between fork and exec, where only what a signal handler may do is allowed.
+    child.setChildProcessModifier([input, parent = getpid()] {
+        prctl(PR_SET_PDEATHSIG, SIGTERM);
+        if (getppid() != parent || (input >= 0 && dup2(input, STDIN_FILENO) < 0))
+            _exit(1);
+    });
+    child.start(QStringLiteral("gunzip"), { QStringLiteral("-c") });
+    return child.waitForStarted(-1);
 }
 
 } // namespace vesk

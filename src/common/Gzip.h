@@ -3,6 +3,8 @@
 #include <QByteArray>
 #include <QString>
 
+class QProcess;
+
 namespace vesk {
 
 /// Whether a file is read through gunzip: its name ends in ".gz". The content is not looked at.
@@ -17,5 +19,10 @@ QByteArray readMaybeGzip(const QString &path, bool *intact = nullptr);
 /// What the program gunzip writes when given \a data; empty or partial when it fails, and then
 /// \a intact is false.
 QByteArray gunzip(const QByteArray &data, bool *intact = nullptr);
+
+/// Starts the program gunzip as \a child, which ends when this process does, however that happens.
+/// It reads the open file \a input from where that stands, and moves it on in doing so; without
+/// one, what is written to \a child. False when it cannot be started.
+bool startGunzip(QProcess &child, int input = -1);
 
 } // namespace vesk

@@ -2,11 +2,12 @@
 
 #include "common/Gzip.h"
 
-#include <QFile>
 #include <QProcess>
 
 #include <algorithm>
 #include <cstring>
+
+#include <unistd.h>
 
 namespace vesk {
 
@@ -14,40 +15,37 @@ namespace {
 
 constexpr qsizetype kChunkBytes = qsizetype { 256 } * 1024;
 
-std::unique_ptr<QIODevice> openGunzip(const QString &path)
-{
-    auto child = std::make_unique<QProcess>();
-    child->setStandardInputFile(path);
-    child->setStandardErrorFile(QProcess::nullDevice());
-    child->start(QStringLiteral("gunzip"), { QStringLiteral("-c") });
-    if (!child->waitForStarted(-1))
-        return {};
-    return child;
-}
-
-std::unique_ptr<QIODevice> openInput(const QString &path)
-{
-    auto file = std::make_unique<QFile>(path);
-    if (!file->open(QIODevice::ReadOnly | QIODevice::Unbuffered))
-        return {};
-    if (isGzipName(path))
-        return openGunzip(path);
-    return file;
-}
-
 } // namespace
 
 LineReader::LineReader(const QString &path)
-    : m_input(openInput(path))
+    : m_file(path)
 {
+    if (!m_file.open(QIODevice::ReadOnly | QIODevice::Unbuffered) || !isGzipName(path))
+        return;
+    m_gunzip = std::make_unique<QProcess>();
+    m_gunzip->setStandardErrorFile(QProcess::nullDevice());
+    if (!startGunzip(*m_gunzip, m_file.handle())) {
+        m_gunzip.reset();
+        m_file.close();
+    }
 }
 
 LineReader::~LineReader()
 {
-    if (auto *child = qobject_cast<QProcess *>(m_input.get())) {
-        child->kill(); // without effect on one that has ended
-        child->waitForFinished(-1);
+    if (m_gunzip) {
+        m_gunzip->kill(); // without effect on one that has ended
+        m_gunzip->waitForFinished(-1);
     }
+}
+
+qint64 LineReader::position() const
+{
+    return std::max(qint64 { lseek(m_file.handle(), 0, SEEK_CUR) }, qint64 { 0 });
+}
+
+qint64 LineReader::size() const
+{
+    return m_file.isSequential() ? 0 : m_file.size();
 }
 
 std::optional<QByteArrayView> LineReader::next()
@@ -78,8 +76,6 @@ std::optional<QByteArrayView> LineReader::next()
 /// Moves the unfinished line to the front and reads more behind it; false at the end of the input.
 bool LineReader::refill()
 {
-    if (!m_input)
-        return false;
     if (m_begin > 0) {
         std::memmove(
             m_buffer.data(), m_buffer.constData() + m_begin, static_cast<size_t>(m_end - m_begin));
@@ -88,13 +84,21 @@ bool LineReader::refill()
     }
     if (m_buffer.size() < m_end + kChunkBytes)
         m_buffer.resize(m_end + kChunkBytes);
-    if (m_input->isSequential() && m_input->bytesAvailable() == 0)
-        m_input->waitForReadyRead(-1);
-    const qint64 got = m_input->read(m_buffer.data() + m_end, m_buffer.size() - m_end);
+    const qint64 got = read(m_buffer.data() + m_end, m_buffer.size() - m_end);
     if (got <= 0)
         return false;
     m_end += got;
     return true;
+}
+
+/// What is there of up to \a size bytes, after waiting for the first; none at the end of the input.
+qint64 LineReader::read(char *to, qint64 size)
+{
+    if (!m_gunzip) // QFile would wait for all the bytes
+        return TEMP_FAILURE_RETRY(::read(m_file.handle(), to, static_cast<size_t>(size)));
+    if (m_gunzip->bytesAvailable() == 0)
+        m_gunzip->waitForReadyRead(-1);
+    return m_gunzip->read(to, size);
 }
 
 } // namespace vesk

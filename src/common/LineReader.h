@@ -2,12 +2,13 @@
 
 #include <QByteArray>
 #include <QByteArrayView>
+#include <QFile>
 #include <QString>
 
 #include <memory>
 #include <optional>
 
-class QIODevice;
+class QProcess;
 
 namespace vesk {
 
@@ -31,10 +32,18 @@ public:
     /// feed, or is empty, has an empty last piece. Nothing after the last piece.
     std::optional<QByteArrayView> next();
 
+    /// Bytes of the file that have been read so far, of an archive the compressed ones; lines
+    /// handed out are somewhat behind. 0 for a pipe.
+    qint64 position() const;
+    /// Bytes of the file at this moment; 0 for what has no size, such as a pipe.
+    qint64 size() const;
+
 private:
     bool refill();
+    qint64 read(char *to, qint64 size);
 
-    std::unique_ptr<QIODevice> m_input;
+    QFile m_file; ///< shares its position with m_gunzip
+    std::unique_ptr<QProcess> m_gunzip; ///< of an archive only
     QByteArray m_buffer;
     qsizetype m_begin = 0; ///< first byte of m_buffer that has not been handed out
     qsizetype m_end = 0; ///< end of the bytes read into m_buffer

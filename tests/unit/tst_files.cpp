@@ -2,12 +2,15 @@
 #include "common/LineReader.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 #include <QRandomGenerator>
 #include <QRegularExpression>
 #include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <sys/stat.h>
 
 using namespace vesk;
 
@@ -166,6 +169,34 @@ private slots:
         const QList<QByteArray> expected { "before", line.left(kMax + 1), "after", line.left(kMax + 1) };
         QVERIFY(pieces(write("a.log", text)) == expected);
         QVERIFY(pieces(write("a.gz", gzip(text))) == expected);
+    }
+
+    /// Of an archive the compressed bytes count.
+    void position()
+    {
+        for (const QString &path : { write("a.log", manyLines()), write("a.gz", gzip(manyLines())) }) {
+            const qint64 size = QFileInfo(path).size();
+            LineReader reader(path);
+            QVERIFY(reader.next());
+            QVERIFY(reader.position() > 0 && reader.position() < size);
+            while (reader.next()) { }
+            QCOMPARE(reader.position(), size);
+            QCOMPARE(reader.size(), size);
+        }
+    }
+
+    /// What is in a pipe is handed out before more comes.
+    void pipe()
+    {
+        const QByteArray path = m_folder.filePath("pipe").toLocal8Bit();
+        QCOMPARE(mkfifo(path.constData(), 0600), 0);
+        QFile writer(path);
+        QVERIFY(writer.open(QIODevice::ReadWrite | QIODevice::Unbuffered)); // does not wait for a reader
+        QCOMPARE(writer.write("one\ntwo"), 7);
+        LineReader reader(path);
+        QCOMPARE(reader.next()->toByteArray(), QByteArray("one"));
+        QCOMPARE(reader.position(), 0);
+        QCOMPARE(reader.size(), 0);
     }
 
     /// A reader given up half-way ends its child process, or Qt warns.
