@@ -1,4 +1,5 @@
 #include "admin/Output.h"
+#include "admin/Progress.h"
 #include "admin/Prompt.h"
 #include "analytics/GeoIp.h"
 #include "analytics/Ingest.h"
@@ -8,6 +9,7 @@
 #include "common/Gzip.h"
 #include "common/LineReader.h"
 #include "common/Password.h"
+#include "common/ProgressCallback.h"
 
 #include <QCommandLineOption>
 #include <QCommandLineParser>
@@ -45,6 +47,17 @@ int siteId(const QString &host)
         return q.value(0).toInt();
     qCritical("unknown site %s (add it with add-site)", qPrintable(host));
     return 0;
+}
+
+/// Shows what is told about the work on \a name.
+vesk::ProgressCallback shownBy(Progress &progress, const QString &name)
+{
+    return [&progress, name](QLatin1String unit, qint64 done, qint64 total) {
+        if (done == 0)
+            progress.begin(name, unit);
+        if (progress.isDue())
+            progress.show(done, done, total);
+    };
 }
 
 // ---- migrate ----
@@ -212,18 +225,28 @@ int importLogs(const QString &host, const QStringList &files)
     Ingest ingest;
     if (!ingest.init())
         return 1;
+    Progress progress;
     QSet<QDate> days;
     for (const QString &file : files) {
+        progress.begin(file, QStringLiteral("lines"));
         vesk::LineReader lines(file);
-        const Ingest::Result total
-            = ingest.ingest(site, host.toLower(), [&lines] { return lines.next(); });
+        qint64 taken = 0;
+        const Ingest::Result total = ingest.ingest(site, host.toLower(), [&] {
+            if (progress.isDue())
+                progress.show(taken, lines.position(), lines.size());
+            ++taken;
+            return lines.next();
+        });
+        progress.erase();
         for (const Ingest::LostSlice &slice : total.lost)
             warnOfLoss(file, slice);
         printf("%s: %d lines, %d stored, %d not log entries\n", qPrintable(file), total.lines,
             total.stored, total.skipped);
         days.unite(total.days);
     }
-    Ingest::rollup(site, days);
+    Ingest::rollup(
+        site, days, shownBy(progress, QStringLiteral("rolling up %1 days").arg(days.size())));
+    progress.erase();
     printf("rolled up %lld days\n", qlonglong { days.size() });
     return 0;
 }
@@ -252,7 +275,10 @@ int rollupSite(const QString &host)
 int geoipUpdate(const QString &file)
 {
     bool ok = false;
-    const QString message = vesk::analytics::updateGeoIp(file, &ok);
+    Progress progress;
+    const QString message = vesk::analytics::updateGeoIp(
+        file, &ok, shownBy(progress, file.isEmpty() ? QStringLiteral("DB-IP country file") : file));
+    progress.erase();
     printf("%s\n", qPrintable(message));
     return ok ? 0 : 1;
 }
@@ -263,9 +289,11 @@ int importGsc(const QString &host, const QString &file)
     if (site == 0)
         return 1;
     bool ok = false;
+    Progress progress;
     const QJsonObject object = QJsonDocument::fromJson(vesk::readMaybeGzip(file)).object();
-    const QString message
-        = vesk::analytics::importSearchData(site, QStringLiteral("google"), object, &ok);
+    const QString message = vesk::analytics::importSearchData(
+        site, QStringLiteral("google"), object, &ok, shownBy(progress, file));
+    progress.erase();
     printf("%s: %s\n", qPrintable(host), qPrintable(message));
     return ok ? 0 : 1;
 }

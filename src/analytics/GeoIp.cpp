@@ -14,6 +14,7 @@
 #include <QUrl>
 #include <QVariant>
 
+#include <algorithm>
 #include <array>
 #include <optional>
 
@@ -44,12 +45,17 @@ QString currentMonth()
 
 /// The current month's file, compressed; nothing, and the reason in \a error, when it cannot be
 /// had.
-std::optional<QByteArray> download(QString *error)
+std::optional<QByteArray> download(QString *error, const ProgressCallback &progress)
 {
+    const auto report = [&progress](qint64 done, qint64 total) {
+        progress(QLatin1String("bytes"), done, std::max(total, qint64 { 0 }));
+    };
+    report(0, 0);
     QNetworkAccessManager network;
     const QUrl url(QStringLiteral("https://download.db-ip.com/free/dbip-country-lite-%1.csv.gz")
                        .arg(currentMonth()));
     QNetworkReply *reply = network.get(QNetworkRequest(url));
+    QObject::connect(reply, &QNetworkReply::downloadProgress, reply, report);
     QEventLoop loop;
     QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
     loop.exec();
@@ -69,12 +75,15 @@ QByteArray insertStatement(qsizetype rows)
 }
 
 /// Sends the ranges of all lines of \a csv; their number, or nothing when a statement failed.
-std::optional<qint64> insertRanges(QByteArrayView csv)
+std::optional<qint64> insertRanges(QByteArrayView csv, const ProgressCallback &progress)
 {
+    const qint64 lines = csv.count('\n') + 1;
+    qint64 done = 0;
     db::StatementStream stream(db::StatementStream::ReportFirst);
     db::Values values;
     qint64 stored = 0;
-    for (bool more = true; more && !stream.failed();) {
+    for (bool more = true; more && !stream.failed(); done += kRows) {
+        progress(QLatin1String("lines"), done, lines);
         int rows = 0;
         values.clear();
         for (int i = 0; i < kRows && more; ++i) {
@@ -122,14 +131,14 @@ std::optional<CountryRange> parseCountryRange(QByteArrayView line)
     return CountryRange { fields[0], fields[1], fields[2] };
 }
 
-QString updateGeoIp(const QString &file, bool *ok)
+QString updateGeoIp(const QString &file, bool *ok, const ProgressCallback &progress)
 {
     *ok = false;
     QByteArray csv;
     bool intact = false;
     if (file.isEmpty()) {
         QString error;
-        const std::optional<QByteArray> body = download(&error);
+        const std::optional<QByteArray> body = download(&error, progress);
         if (!body)
             return QLatin1String("download failed: ") + error;
         csv = gunzip(*body, &intact);
@@ -142,7 +151,7 @@ QString updateGeoIp(const QString &file, bool *ok)
     db::Transaction transaction;
     QSqlQuery clear;
     clear.exec(QStringLiteral("TRUNCATE vesk.geo_country"));
-    const std::optional<qint64> stored = insertRanges(csv);
+    const std::optional<qint64> stored = insertRanges(csv, progress);
     if (!stored)
         return databaseError();
     if (*stored == 0)

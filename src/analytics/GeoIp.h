@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/ProgressCallback.h"
+
 #include <QByteArrayView>
 #include <QString>
 
@@ -22,8 +24,9 @@ std::optional<CountryRange> parseCountryRange(QByteArrayView line);
 /// Replaces the IP ranges by country with those of DB-IP's free country file (IP data by DB-IP,
 /// CC BY 4.0): \a file, or the current month's download when \a file is empty. The table is
 /// replaced as a whole or left as it was. Returns a message for the user; \a ok tells whether it is
-/// one of success.
-QString updateGeoIp(const QString &file, bool *ok);
+/// one of success. \a progress is told of the download in bytes, then of the loading in lines.
+QString updateGeoIp(
+    const QString &file, bool *ok, const ProgressCallback &progress = ignoreProgress);
 
 /// Whether no ranges were loaded in the current month.
 bool geoIpIsStale();

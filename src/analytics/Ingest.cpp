@@ -236,9 +236,11 @@ void Ingest::pruneSessions()
     m_sessions.removeIf([&cutoff](const auto &entry) { return entry.value().last < cutoff; });
 }
 
-void Ingest::rollup(int siteId, const QSet<QDate> &days)
+void Ingest::rollup(int siteId, const QSet<QDate> &days, const ProgressCallback &progress)
 {
+    qint64 done = 0;
     for (const QDate day : days) {
+        progress(QLatin1String("days"), done++, days.size());
         QSqlQuery q;
         q.prepare(QStringLiteral("SELECT vesk.rollup_day(?, ?)"));
         q.addBindValue(siteId);

@@ -2,6 +2,7 @@
 
 #include "analytics/HitWriter.h"
 #include "analytics/RowBuilder.h"
+#include "common/ProgressCallback.h"
 
 #include <QByteArray>
 #include <QByteArrayView>
@@ -52,8 +53,9 @@ public:
     /// the one before.
     Result ingest(int siteId, const QString &siteHost, const LineSource &nextLine);
 
-    /// Recomputes the report lines of \a days.
-    static void rollup(int siteId, const QSet<QDate> &days);
+    /// Recomputes the report lines of \a days. Before each \a progress is told, in days.
+    static void rollup(
+        int siteId, const QSet<QDate> &days, const ProgressCallback &progress = ignoreProgress);
 
 private:
     struct Session

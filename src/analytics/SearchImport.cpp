@@ -100,10 +100,12 @@ void addRow(db::Values &values, const Target &target, const SearchRow &row)
     addFigures(values, row);
 }
 
-void sendRows(db::StatementStream &stream, const Target &target, const QJsonArray &rows)
+void sendRows(db::StatementStream &stream, const Target &target, const QJsonArray &rows,
+    const ProgressCallback &progress)
 {
     db::Values values;
     for (qsizetype i = 0; i < rows.size() && !stream.failed(); i += kBatchRows) {
+        progress(QLatin1String("rows"), i, rows.size());
         const qsizetype end = std::min(i + kBatchRows, rows.size());
         values.clear();
         for (qsizetype row = i; row < end; ++row)
@@ -128,7 +130,8 @@ SearchRow readSearchRow(const QJsonObject &object)
         key(object, 4).toLower() };
 }
 
-QString importSearchData(int site, const QString &engine, const QJsonObject &data, bool *ok)
+QString importSearchData(int site, const QString &engine, const QJsonObject &data, bool *ok,
+    const ProgressCallback &progress)
 {
     *ok = false;
     const QJsonArray totals = data.value(QLatin1String("totals")).toArray();
@@ -142,7 +145,7 @@ QString importSearchData(int site, const QString &engine, const QJsonObject &dat
     clearRange(stream, "vesk.search_days", range);
     clearRange(stream, "vesk.search_rows", range);
     sendTotals(stream, range, totals);
-    sendRows(stream, range, rows);
+    sendRows(stream, range, rows, progress);
     stream.finish();
     if (stream.failed() || !transaction.commit())
         return QStringLiteral("database error while storing");

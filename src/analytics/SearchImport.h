@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/ProgressCallback.h"
+
 #include <QJsonObject>
 #include <QString>
 
@@ -33,7 +35,9 @@ SearchRow readSearchRow(const QJsonObject &object);
 /// with one object per day (keys: day) and "rows" with details (keys: day, query, page URL, ISO
 /// 3166-1 alpha-3 country, device), each with clicks, impressions and position. Replaces what is
 /// stored for this site and engine in the range of days that the totals cover, all or nothing.
-/// Returns a message for the user; \a ok tells whether it is one of success.
-QString importSearchData(int site, const QString &engine, const QJsonObject &data, bool *ok);
+/// Returns a message for the user; \a ok tells whether it is one of success. \a progress is told in
+/// rows.
+QString importSearchData(int site, const QString &engine, const QJsonObject &data, bool *ok,
+    const ProgressCallback &progress = ignoreProgress);
 
 } // namespace vesk::analytics

@@ -1,0 +1,206 @@
+#include "admin/Progress.h"
+
+#include <QByteArray>
+#include <QChar>
+#include <QLocale>
+#include <QStringList>
+
+#include <algorithm>
+#include <csignal>
+#include <cstddef>
+#include <cwchar>
+#include <numeric>
+#include <string>
+#include <string_view>
+
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr qint64 kIntervalMsecs = 200;
+
+constexpr int kUsualColumns = 80; // of a terminal that does not tell
+constexpr int kNameColumns = 16; // what the fields leave to the name, at least
+
+constexpr std::string_view kErase = "\r\x1b[K";
+
+// What signal and message handlers need; they can be given nothing.
+volatile std::sig_atomic_t g_shown = 0;
+QtMessageHandler g_oldHandler = nullptr;
+
+// ---- The text ----
+
+QString number(qint64 value)
+{
+    static const QLocale locale(QLocale::English, QLocale::UnitedStates);
+    return locale.toString(value);
+}
+
+/// "m:ss"
+QString duration(qint64 msecs)
+{
+    const qint64 seconds = (msecs + 500) / 1000;
+    return QStringLiteral("%1:%2").arg(seconds / 60).arg(seconds % 60, 2, 10, QLatin1Char('0'));
+}
+
+/// The columns that a character takes; negative when it must not be printed.
+int columnsOf(char32_t c)
+{
+    // Format characters can turn the direction of what follows.
+    return QChar::category(c) == QChar::Other_Format ? -1 : wcwidth(static_cast<wchar_t>(c));
+}
+
+std::u32string printable(const QString &name)
+{
+    std::u32string text = name.toStdU32String();
+    std::replace_if(
+        text.begin(), text.end(), [](char32_t c) { return columnsOf(c) < 0; },
+        QChar::ReplacementCharacter);
+    return text;
+}
+
+int columnsOf(const std::u32string &text)
+{
+    return std::accumulate(
+        text.begin(), text.end(), 0, [](int sum, char32_t c) { return sum + columnsOf(c); });
+}
+
+/// The end of \a text that fits into \a columns, after an ellipsis when that is not all.
+QString fitted(std::u32string text, int columns)
+{
+    int width = columnsOf(text);
+    if (width > columns) {
+        std::size_t cut = 0;
+        // What takes no column belongs to the character before.
+        while (cut < text.size() && (width >= columns || columnsOf(text[cut]) == 0))
+            width -= columnsOf(text[cut++]);
+        text = U'…' + text.substr(cut);
+    }
+    return QString::fromStdU32String(text);
+}
+
+// ---- The terminal ----
+
+void send(std::string_view bytes)
+{
+    // A terminal that is gone wants no line.
+    [[maybe_unused]] const auto sent = write(STDERR_FILENO, bytes.data(), bytes.size());
+}
+
+void eraseLine()
+{
+    if (!g_shown)
+        return;
+    send(kErase);
+    g_shown = 0;
+}
+
+/// Whether the terminal takes output without delay; it does not after Ctrl-S.
+bool takesOutput()
+{
+    pollfd terminal { STDERR_FILENO, POLLOUT, 0 };
+    return poll(&terminal, 1, 0) == 1 && (terminal.revents & POLLOUT);
+}
+
+bool inForeground()
+{
+    const pid_t group = tcgetpgrp(STDERR_FILENO);
+    return group < 0 || group == getpgrp(); // another session's terminal has no such thing
+}
+
+int columnsOfTerminal()
+{
+    winsize size {};
+    const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    return known ? size.ws_col : kUsualColumns;
+}
+
+void onSignal()
+{
+    if (takesOutput())
+        eraseLine();
+}
+
+void onMessage(QtMsgType type, const QMessageLogContext &context, const QString &message)
+{
+    eraseLine();
+    g_oldHandler(type, context, message);
+}
+
+} // namespace
+
+QString progressLine(const ProgressState &state, int columns)
+{
+    QStringList fields;
+    if (state.total > 0)
+        fields
+            += QStringLiteral("%1 %").arg(std::min(state.done * 100 / state.total, qint64 { 100 }));
+    if (!state.unit.isEmpty()) {
+        fields += number(state.count) + u' ' + state.unit;
+        if (state.msecs > 0)
+            fields += number(state.count * 1000 / state.msecs) + u' ' + state.unit
+                + QLatin1String("/s");
+    }
+    if (state.total > 0 && state.done > 0) {
+        const auto rest = static_cast<double>(std::max(state.total - state.done, qint64 { 0 }));
+        const double msecs
+            = static_cast<double>(state.msecs) * rest / static_cast<double>(state.done);
+        fields += duration(qRound64(msecs)) + QLatin1String(" left");
+    }
+
+    const std::u32string name = printable(state.name);
+    const int forFields = columns - std::min(columnsOf(name), kNameColumns);
+    QString tail;
+    for (const QString &field : fields) {
+        const QString longer = tail + QLatin1String("  ") + field;
+        if (longer.size() > forFields)
+            break;
+        tail = longer;
+    }
+    return fitted(name, columns - static_cast<int>(tail.size())) + tail;
+}
+
+Progress::Progress()
+    : m_terminal(isatty(STDERR_FILENO) == 1 && qgetenv("TERM") != "dumb")
+{
+    if (!m_terminal)
+        return;
+    m_sinceStart.start();
+    g_oldHandler = qInstallMessageHandler(onMessage);
+    m_hook.emplace(onSignal, [] {});
+}
+
+Progress::~Progress()
+{
+    if (!m_terminal)
+        return;
+    erase();
+    qInstallMessageHandler(g_oldHandler);
+}
+
+void Progress::begin(const QString &name, const QString &unit)
+{
+    m_name = name;
+    m_unit = unit;
+    m_sinceBegin.start();
+}
+
+void Progress::show(qint64 count, qint64 done, qint64 total)
+{
+    m_dueMsecs = m_sinceStart.elapsed() + kIntervalMsecs;
+    if (!inForeground() || !takesOutput())
+        return;
+    const ProgressState state { m_name, m_unit, count, done, total, m_sinceBegin.elapsed() };
+    // The last column stays free: what a full line does to the cursor differs.
+    const QString line = progressLine(state, std::max(columnsOfTerminal() - 1, 1));
+    const QByteArray bytes = '\r' + line.toLocal8Bit() + "\x1b[K";
+    g_shown = 1;
+    send({ bytes.constData(), static_cast<std::size_t>(bytes.size()) });
+}
+
+void Progress::erase()
+{
+    eraseLine();
+}
