@@ -79,16 +79,18 @@ BEGIN
 
     -- ra: what each visitor did, in one row per visitor, crawler name and missing path. People,
     -- scanners and crawlers are told apart by these rows alone.
+    --
+    -- Here and below, joins and not IN: a set of more than work_mem is searched from one end
+    -- to the other for each row by IN, and a few ten thousand long probes are that much.
     CREATE TEMP TABLE ra AS
-        SELECT visitor, bot, CASE WHEN status = 404 THEN path END AS missing,
+        SELECT visitor, bot, CASE WHEN status = 404 THEN rh.path END AS missing,
                count(*) AS hits,
                count(*) FILTER (WHERE is_page) AS pages,
                count(*) FILTER (WHERE method = 'BEACON') AS beacons,
-               bool_or(path IN (SELECT path FROM pg_temp.rk WHERE probe)) AS probed,
+               bool_or(probe IS TRUE) AS probed,
                bool_or(is_page AND source_kind NOT IN ('direct', 'internal')
-                       OR NOT is_page AND status IN (200, 304)
-                          AND path IN (SELECT path FROM pg_temp.rk WHERE asset)) AS browsed
-        FROM pg_temp.rh
+                       OR NOT is_page AND status IN (200, 304) AND asset IS TRUE) AS browsed
+        FROM pg_temp.rh LEFT JOIN pg_temp.rk ON rk.path = rh.path AND (probe OR asset)
         GROUP BY visitor, bot, missing;
 
     -- rx: the scanners. One probe makes a scanner, and so do five different missing paths.
@@ -109,7 +111,8 @@ BEGIN
         SELECT visitor, row_number() OVER ()::integer AS v,
                bool_or(browsed OR beacons > 0) AS person
         FROM pg_temp.ra
-        WHERE bot IS NULL AND visitor NOT IN (SELECT visitor FROM pg_temp.rx)
+        WHERE bot IS NULL
+            AND NOT EXISTS (SELECT FROM pg_temp.rx WHERE rx.visitor = ra.visitor)
         GROUP BY visitor;
     ANALYZE pg_temp.rv;
 
@@ -181,7 +184,7 @@ BEGIN
                sum(pages), 0
         FROM pg_temp.ra
         WHERE missing IS NOT NULL AND pages > 0
-            AND visitor NOT IN (SELECT visitor FROM pg_temp.rx)
+            AND NOT EXISTS (SELECT FROM pg_temp.rx WHERE rx.visitor = ra.visitor)
         GROUP BY cut;
 
     INSERT INTO pg_temp.rl
