@@ -78,7 +78,11 @@ QString crawlerName(const QString &ua)
 {
     if (ua.isEmpty())
         return QStringLiteral("No user agent");
-    const QByteArray lower = ua.toLower().toUtf8(); // the tokens are ASCII, so bytes will do
+    // U+0130 would become two characters, and a text of many would be moved once for each. No token
+    // has them, so another one will do.
+    QString text = ua;
+    text.replace(u'\u0130', u'\ufffd');
+    const QByteArray lower = text.toLower().toUtf8(); // the tokens are ASCII, so bytes will do
     for (const Bot &bot : kBots) {
         if (lower.contains(bot.token))
             return QString::fromLatin1(bot.name);
@@ -140,6 +144,7 @@ QString osFamily(const QByteArray &ua)
 
 constexpr qsizetype kMaxCampaignSource = 100; // UTF-16 code units
 constexpr qsizetype kMaxTerms = 200;
+constexpr qsizetype kMaxForeignHost = 512; // no domain name has more than 253 characters
 
 /// A service that refers visitors: its domain, which covers all subdomains, and for a search engine
 /// the parameter with the search terms.
@@ -211,6 +216,24 @@ bool isInternal(const QString &host, const QString &siteHost)
         || referring.startsWith(site + u'.');
 }
 
+/// A referrer as a URL, without a host that is not plain ASCII and beyond kMaxForeignHost: QUrl
+/// would take a time quadratic in its length to normalise that.
+QUrl referrerUrl(const QByteArray &referrer)
+{
+    QString text = QString::fromUtf8(referrer);
+    const qsizetype begin = text.indexOf(QLatin1String("//")) + 2;
+    if (begin >= 2) {
+        const auto endsHost = [](QChar c) { return c == u'/' || c == u'?' || c == u'#'; };
+        const auto end = std::find_if(text.cbegin() + begin, text.cend(), endsHost);
+        const QStringView authority(text.cbegin() + begin, end);
+        const QStringView host = authority.sliced(authority.lastIndexOf(u'@') + 1);
+        const auto isPlain = [](QChar c) { return c.unicode() < 0x80 && c != u'%'; };
+        if (host.size() > kMaxForeignHost && !std::all_of(host.begin(), host.end(), isPlain))
+            text.remove(host.data() - text.constData(), host.size());
+    }
+    return QUrl(text, QUrl::TolerantMode);
+}
+
 /// The decoded value of a query parameter; the first one counts, and a plus sign stays one.
 QString parameter(const QUrlQuery &query, const char *key)
 {
@@ -257,7 +280,7 @@ Source classifyReferrer(const QByteArray &referrer, const QString &siteHost)
 {
     if (referrer.isEmpty())
         return { QStringLiteral("direct"), {}, {} };
-    const QUrl url(QString::fromUtf8(referrer), QUrl::TolerantMode);
+    const QUrl url = referrerUrl(referrer);
     if (url.scheme() == QLatin1String("android-app"))
         return classifyApp(url.host());
     const QString host = url.host(QUrl::FullyDecoded).toLower();
