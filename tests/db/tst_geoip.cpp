@@ -51,6 +51,7 @@ private slots:
     void init();
     void loads_data();
     void loads();
+    void tellsItsProgress();
     void refuses_data();
     void refuses();
     void archivesMustBeWhole();
@@ -95,6 +96,16 @@ void TestGeoIp::loads()
     QTEST(value("SELECT count(*) FROM vesk.geo_country").toInt(), "stored");
     QCOMPARE(value("SELECT value FROM vesk.settings WHERE key = 'geoip_month'"), month());
     QCOMPARE(value("SELECT count(*) FROM vesk.geo_country WHERE country = 'AU'"), "0");
+}
+
+void TestGeoIp::tellsItsProgress()
+{
+    QStringList told;
+    bool ok = false;
+    updateGeoIp(m_database->file("ranges.csv", ranges(2500).chopped(1)), &ok, [&told](QLatin1String unit, qint64 done, qint64 total) {
+        told += QStringLiteral("%1 of %2 %3").arg(QString::number(done), QString::number(total), unit);
+    });
+    QCOMPARE(told, (QStringList { "0 of 2500 lines", "1000 of 2500 lines", "2000 of 2500 lines" }));
 }
 
 void TestGeoIp::refuses_data()
