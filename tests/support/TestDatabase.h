@@ -4,6 +4,8 @@
 #include <QStringList>
 #include <QTemporaryDir>
 
+#include <memory>
+
 /// A database of its own on the server that scripts/with-postgres has started, with a configuration
 /// file for it. It is the default connection while the object lives.
 class TestDatabase
