@@ -1,11 +1,10 @@
 #include "common/Config.h"
+#include "support/Table.h"
 
 #include <QCommandLineParser>
 #include <QFile>
 #include <QFileInfo>
-#include <QRegularExpression>
 #include <QTemporaryDir>
-#include <QTest>
 
 class TestConfig : public QObject
 {
@@ -26,46 +25,39 @@ private slots:
 
     void path_data()
     {
-        QTest::addColumn<QStringList>("arguments");
-        QTest::addColumn<QByteArray>("variable"); // null: not set
-        QTest::addColumn<QString>("chosen");
-        const auto row = [](const char *name, const char *arguments, const char *variable, const char *chosen) {
-            QTest::newRow(name) << QString::fromLatin1(arguments).split(u' ') << QByteArray(variable) << chosen;
-        };
-        const char *defaultPath = "/etc/hollowquarry/hollowquarry.ini";
-        row("option", "--config option.ini", "variable.ini", "option.ini");
-        row("short option", "-c option.ini", "variable.ini", "option.ini");
-        row("missing option file", "-c missing.ini", "variable.ini", "missing.ini");
-        row("empty option", "--config=", "variable.ini", "variable.ini");
-        row("variable", "migrate", "variable.ini", "variable.ini");
-        row("missing variable file", "migrate", "missing.ini", "missing.ini");
-        row("empty option and variable", "--config=", "", defaultPath);
-        row("default", "migrate", nullptr, defaultPath);
-        row("path is not tidied", "-c ./folder.ini/../option.ini", "", "./folder.ini/../option.ini");
-        row("link", "-c link.ini", "", "link.ini");
-        row("dangling link", "-c dangling.ini", "variable.ini", "dangling.ini");
-        row("directory", "migrate", "folder.ini", "folder.ini");
-        row("device", "-c /dev/null", "variable.ini", "/dev/null");
+        const Table row; // of the arguments and, behind a bar, the variable when it is set
+        const QString defaultPath = "/etc/hollowquarry/hollowquarry.ini";
+        row("--config option.ini|variable.ini", "option.ini");
+        row("-c missing.ini|variable.ini", "missing.ini");
+        row("--config=|variable.ini", "variable.ini");
+        row("migrate|missing.ini", "missing.ini");
+        row("--config=|", defaultPath);
+        row("migrate", defaultPath);
+        row("-c ./folder.ini/../option.ini", "./folder.ini/../option.ini");
+        row("-c link.ini", "link.ini");
+        row("-c dangling.ini|variable.ini", "dangling.ini");
+        row("migrate|folder.ini", "folder.ini");
+        row("-c /dev/null|variable.ini", "/dev/null");
     }
 
     void path()
     {
-        QFETCH(QStringList, arguments);
-        QFETCH(QByteArray, variable);
-        QFETCH(QString, chosen);
-        if (variable.isNull())
-            qunsetenv("VESK_CONFIG");
+        QFETCH(QByteArray, text);
+        QFETCH(QString, expected);
+        const QList<QByteArray> given = text.split('|');
+        if (given.size() > 1)
+            qputenv("VESK_CONFIG", given[1]);
         else
-            qputenv("VESK_CONFIG", variable);
+            qunsetenv("VESK_CONFIG");
         QCommandLineParser parser;
         vesk::addConfigOption(parser);
-        QVERIFY(parser.parse(QStringList { "program" } + arguments));
+        QVERIFY(parser.parse(words("program " + given[0])));
 
         // A file that does not exist is a message and no path, and no other file is tried.
-        const bool exists = QFileInfo(chosen).isFile();
+        const bool exists = QFileInfo(expected).isFile();
         if (!exists)
-            QTest::ignoreMessage(QtCriticalMsg, "config file not found: " + chosen.toLocal8Bit());
-        QCOMPARE(vesk::configPath(parser), exists ? chosen : QString());
+            QTest::ignoreMessage(QtCriticalMsg, "config file not found: " + expected.toLocal8Bit());
+        QCOMPARE(vesk::configPath(parser), exists ? expected : QString());
     }
 
 private:
