@@ -1,22 +1,16 @@
 #include "common/Db.h"
+#include "support/Table.h"
 #include "support/TestDatabase.h"
 
-#include <QRegularExpression>
 #include <QSettings>
 #include <QSignalSpy>
 #include <QSqlDatabase>
 #include <QSqlDriver>
 #include <QSqlQuery>
-#include <QTest>
 
 namespace db = vesk::db;
 
 namespace {
-
-void ignoreWarning(const char *pattern)
-{
-    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QString::fromLatin1(pattern)));
-}
 
 /// Opens the default connection in place of the one that is there.
 bool reopen(const QString &file)
@@ -32,6 +26,8 @@ bool run(const QString &statement)
     return db::exec(q);
 }
 
+const QString kDivide = "SELECT 1/(random()*0)::int"; // fails when it is executed
+
 } // namespace
 
 class TestDb : public QObject
@@ -39,161 +35,135 @@ class TestDb : public QObject
     Q_OBJECT
 
 private slots:
-    void init() { QTest::failOnWarning(QRegularExpression(".*")); }
-    void opensWhatTheFileNames();
-    void refusesWithTheReason();
-    void unknownZoneIsOnlyReported();
-    void execReportsTheCause_data();
-    void execReportsTheCause();
-    void scriptsFailAtAnyStatement();
-    void quotesIdentifiers();
-    void readsTheSchemaLevel();
-    void reconnects();
-    void transactionsRollBack();
-    void commitTellsWhatWasKept();
-};
-
-void TestDb::opensWhatTheFileNames()
-{
-    const TestDatabase database;
-    execute("CREATE DATABASE \"comma,name\"");
-    const QString file = database.file(
-        "comma.ini", "[database]\nname=comma,name\ntimezone=Asia/Tokyo\nuser=" + qgetenv("PGUSER") + "\nhost=" + qgetenv("PGHOST") + "\n");
-    QVERIFY(reopen(file));
-    QCOMPARE(rows("SELECT current_database(), current_setting('TimeZone'), current_setting('application_name'), "
-                  "current_setting('client_min_messages')"),
-        QStringList("comma,name|Asia/Tokyo|some-name|warning"));
-    QVERIFY(reopen(database.config()));
-    execute("DROP DATABASE \"comma,name\"");
-}
-
-void TestDb::refusesWithTheReason()
-{
-    const TestDatabase database(TestDatabase::Empty);
-    const QString file = database.file("no.ini", "[database]\nname=nowhere\nuser=" + qgetenv("PGUSER") + "\nhost=" + qgetenv("PGHOST"));
-    QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("^database: .*nowhere"));
-    QVERIFY(!reopen(file));
-}
-
-void TestDb::unknownZoneIsOnlyReported()
-{
-    const TestDatabase database(TestDatabase::Empty);
-    QSettings(database.config(), QSettings::IniFormat).setValue("database/timezone", "Mars/Phobos");
-    ignoreWarning("^sql: .*Mars/Phobos");
-    QVERIFY(reopen(database.config()));
-}
-
-void TestDb::execReportsTheCause_data()
-{
-    QTest::addColumn<QString>("statement");
-    QTest::addColumn<QByteArray>("message");
-    QTest::newRow("syntax") << "SELEC 1" << QByteArray("^sql: .*near \"SELEC\"");
-    QTest::newRow("prepare refused") << "SELECT 1 FROM nothing" << QByteArray("^sql: .*\"nothing\" does not exist");
-    QTest::newRow("execution fails") << "SELECT 1/(random()*0)::int" << QByteArray("^sql: .*division by zero");
-}
-
-void TestDb::execReportsTheCause()
-{
-    const TestDatabase database(TestDatabase::Empty);
-    QFETCH(QString, statement);
-    QFETCH(QByteArray, message);
-    ignoreWarning(message.constData());
-    QVERIFY(!run(statement));
-    QVERIFY(run("SELECT 1"));
-}
-
-void TestDb::scriptsFailAtAnyStatement()
-{
-    const TestDatabase database(TestDatabase::Empty);
-    QString error;
-    QVERIFY(db::execScript("CREATE TABLE t (i int); INSERT INTO t VALUES (1);", &error));
-    QCOMPARE(error, QString());
-    for (const char *script : { "SELECT 1; SELECT 1/0; SELECT 2", "SELECT 1; SELECT 1/0", "SELECT 1/0" }) {
-        error.clear();
-        QVERIFY(!db::execScript(QString::fromLatin1(script), &error));
-        QVERIFY2(error.contains("division by zero"), script);
-    }
-    QCOMPARE(value("SELECT count(*) FROM t"), "1");
-}
-
-void TestDb::quotesIdentifiers()
-{
-    QCOMPARE(db::ident("a\"b"), QString("\"a\"\"b\""));
-    QCOMPARE(db::ident(QString::fromLatin1("a\0b", 3)), QString("\"ab\""));
-    QCOMPARE(db::ident({}), QString("\"\""));
-}
-
-void TestDb::readsTheSchemaLevel()
-{
-    const TestDatabase empty(TestDatabase::Empty);
-    QCOMPARE(db::schemaVersion(), 0);
-    execute("CREATE SCHEMA vesk; CREATE TABLE vesk.schema_migrations (version int)");
-    QCOMPARE(db::schemaVersion(), 0);
-    execute("INSERT INTO vesk.schema_migrations VALUES (3), (7), (5)");
-    QCOMPARE(db::schemaVersion(), 7);
-}
-
-void TestDb::reconnects()
-{
-    const TestDatabase database(TestDatabase::Empty);
-    const auto session = [] { return value("SELECT pg_backend_pid() || current_setting('TimeZone')"); };
-    const QString first = session();
-    QVERIFY(db::ensure(false));
-    QCOMPARE(session(), first);
-
-    QSqlDriver *driver = QSqlDatabase::database().driver();
-    QVERIFY(driver->subscribeToNotification("channel"));
-    QTest::ignoreMessage(QtInfoMsg, "database: reconnected");
-    QVERIFY(db::ensure(true));
-    QVERIFY(session() != first);
-    QVERIFY(session().endsWith("UTC"));
-    const QSignalSpy spy(driver, &QSqlDriver::notification);
-    execute("NOTIFY channel");
-    QTRY_COMPARE(spy.count(), 1);
-
-    ignoreWarning("^sql: ");
-    ignoreWarning("^Unable to free statement"); // the driver's own
-    QVERIFY(!run("SELECT pg_terminate_backend(pg_backend_pid())"));
-    QTest::ignoreMessage(QtInfoMsg, "database: reconnected");
-    QVERIFY(db::ensure(false));
-    QVERIFY(run("SELECT 1"));
-}
-
-void TestDb::transactionsRollBack()
-{
-    const TestDatabase database(TestDatabase::Empty);
-    execute("CREATE TABLE t (i int)");
+    void init()
     {
-        const db::Transaction transaction;
-        execute("INSERT INTO t VALUES (1)");
+        QTest::failOnWarning(QRegularExpression(".*"));
+        m_database = std::make_unique<TestDatabase>(TestDatabase::Empty);
     }
-    QCOMPARE(value("SELECT count(*) FROM t"), "0");
-    db::Transaction transaction;
-    execute("INSERT INTO t VALUES (1)");
-    QVERIFY(transaction.commit());
-    QCOMPARE(value("SELECT count(*) FROM t"), "1");
-}
+    void cleanup() { m_database.reset(); }
 
-void TestDb::commitTellsWhatWasKept()
-{
-    const TestDatabase database(TestDatabase::Empty);
-    execute("CREATE TABLE t (i int UNIQUE DEFERRABLE INITIALLY DEFERRED)");
+    void opensWhatTheFileNames()
     {
-        db::Transaction transaction;
-        ignoreWarning("^sql: .*division by zero");
+        execute("CREATE DATABASE \"comma,name\"");
+        const QByteArray settings
+            = "[database]\ntimezone=Asia/Tokyo\nuser=" + qgetenv("PGUSER") + "\nhost=" + qgetenv("PGHOST") + "\nname=";
+        QVERIFY(reopen(m_database->file("comma.ini", settings + "comma,name")));
+        QCOMPARE(rows("SELECT current_database(), current_setting('TimeZone'), current_setting('application_name'), "
+                      "current_setting('client_min_messages')"),
+            QStringList("comma,name|Asia/Tokyo|some-name|warning"));
+        QVERIFY(reopen(m_database->config()));
+        execute("DROP DATABASE \"comma,name\"");
+
+        QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("^database: .*nowhere"));
+        QVERIFY(!reopen(m_database->file("no.ini", settings + "nowhere")));
+    }
+
+    void unknownZoneIsOnlyReported()
+    {
+        QSettings(m_database->config(), QSettings::IniFormat).setValue("database/timezone", "Mars/Phobos");
+        ignoreWarning("^sql: .*Mars/Phobos");
+        QVERIFY(reopen(m_database->config()));
+    }
+
+    void execReportsTheCause_data()
+    {
+        const Table row;
+        row("SELEC 1", "near \"SELEC\"");
+        row("SELECT 1 FROM nothing", "\"nothing\" does not exist"); // the server refuses to prepare it
+        row(kDivide.toUtf8(), "division by zero");
+    }
+
+    void execReportsTheCause()
+    {
+        QFETCH(QByteArray, text);
+        QFETCH(QString, expected);
+        ignoreWarning("^sql: .*" + expected);
+        QVERIFY(!run(text));
+        QVERIFY(run("SELECT 1"));
+    }
+
+    void scriptsFailAtAnyStatement()
+    {
+        QString error;
+        QVERIFY(db::execScript("CREATE TABLE t (i int); INSERT INTO t VALUES (1);", &error));
+        QCOMPARE(value("SELECT count(*) FROM t") + error, "1");
+        for (const char *script : { "SELECT 1; SELECT 1/0; SELECT 2", "SELECT 1; SELECT 1/0", "SELECT 1/0" }) {
+            error.clear();
+            QVERIFY2(!db::execScript(script, &error) && error.contains("division by zero"), script);
+        }
+    }
+
+    void quotesIdentifiers()
+    {
+        QCOMPARE(db::ident(QString::fromLatin1("a\"b\0c", 5)), QString("\"a\"\"bc\""));
+        QCOMPARE(db::ident({}), QString("\"\""));
+    }
+
+    void readsTheSchemaLevel()
+    {
+        QCOMPARE(db::schemaVersion(), 0);
+        execute("CREATE SCHEMA vesk; CREATE TABLE vesk.schema_migrations (version int)");
+        QCOMPARE(db::schemaVersion(), 0);
+        execute("INSERT INTO vesk.schema_migrations VALUES (3), (7), (5)");
+        QCOMPARE(db::schemaVersion(), 7);
+    }
+
+    void reconnects()
+    {
+        const auto session = [] { return value("SELECT pg_backend_pid() || current_setting('TimeZone')"); };
+        const QString first = session();
+        QVERIFY(db::ensure(false));
+        QCOMPARE(session(), first);
+
+        QSqlDriver *driver = QSqlDatabase::database().driver();
+        QVERIFY(driver->subscribeToNotification("channel"));
+        QTest::ignoreMessage(QtInfoMsg, "database: reconnected");
+        QVERIFY(db::ensure(true));
+        QVERIFY(session() != first && session().endsWith("UTC"));
+        const QSignalSpy spy(driver, &QSqlDriver::notification);
+        execute("NOTIFY channel");
+        QTRY_COMPARE(spy.count(), 1);
+
+        ignoreWarning("^sql: ");
         ignoreWarning("^Unable to free statement"); // the driver's own
-        QVERIFY(!run("SELECT 1/(random()*0)::int"));
-        QVERIFY(!transaction.commit()); // the server would have answered with a silent rollback
+        QVERIFY(!run("SELECT pg_terminate_backend(pg_backend_pid())"));
+        QTest::ignoreMessage(QtInfoMsg, "database: reconnected");
+        QVERIFY(db::ensure(false));
+        QVERIFY(run("SELECT 1"));
     }
+
+    void commitTellsWhatWasKept()
     {
-        db::Transaction transaction;
-        execute("INSERT INTO t VALUES (1), (1)");
-        ignoreWarning("^sql: .*duplicate key");
-        QVERIFY(!transaction.commit());
+        execute("CREATE TABLE t (i int UNIQUE DEFERRABLE INITIALLY DEFERRED)");
+        {
+            const db::Transaction transaction; // never committed
+            execute("INSERT INTO t VALUES (1)");
+        }
+        {
+            db::Transaction transaction;
+            ignoreWarning("^sql: .*division by zero");
+            ignoreWarning("^Unable to free statement"); // the driver's own
+            QVERIFY(!run(kDivide));
+            QVERIFY(!transaction.commit()); // the server would have answered with a silent rollback
+        }
+        {
+            db::Transaction transaction;
+            execute("INSERT INTO t VALUES (1), (1)");
+            ignoreWarning("^sql: .*duplicate key");
+            QVERIFY(!transaction.commit());
+        }
+        {
+            db::Transaction transaction;
+            execute("INSERT INTO t VALUES (2)");
+            QVERIFY(transaction.commit());
+        }
+        QVERIFY(run("INSERT INTO t VALUES (3)"));
+        QCOMPARE(rows("SELECT i FROM t"), (QStringList { "2", "3" }));
     }
-    QVERIFY(run("INSERT INTO t VALUES (2)"));
-    QCOMPARE(rows("SELECT i FROM t"), QStringList("2"));
-}
+
+private:
+    std::unique_ptr<TestDatabase> m_database;
+};
 
 QTEST_GUILESS_MAIN(TestDb)
 #include "tst_db.moc"
