@@ -1,43 +1,43 @@
+#include "support/Table.h"
 #include "support/TestDatabase.h"
-
-#include <QTest>
 
 namespace {
 
-/// Inserts hits into site 1: \a values has tuples of (at, visitor, session, method, path, status,
-/// page, source kind, bot), all texts; what a tuple does not say is like a desktop browser from
+/// Inserts hits into site 1. Each is written as "VISITOR SESSION TIME METHOD PATH STATUS page|other
+/// SOURCE-KIND [BOT]", with a time of the 10th of March 2026; all are like a desktop browser from
 /// Germany.
-void addHits(const QString &values)
+void addHits(const QStringList &hits)
 {
-    execute(QStringLiteral("INSERT INTO vesk.hits (site_id, at, visitor, session_id, method, path, "
-                           "status, is_page, source_kind, "
-                           "bot, country, device, browser, os) SELECT 1, at::timestamptz, "
-                           "visitor::bytea, session, method, path, "
-                           "status, page, kind, bot, 'DE', 'desktop', 'Firefox', 'Linux' FROM "
-                           "(VALUES %1) v (at, visitor, "
-                           "session, method, path, status, page, kind, bot)")
-                .arg(values));
+    for (const QString &hit : hits) {
+        const QStringList w = words(hit);
+        execute("INSERT INTO vesk.hits (site_id, visitor, session_id, at, method, path, status, is_page, source_kind, bot, country, "
+                "device, browser, os) VALUES (1, '"
+            + w[0] + "', " + w[1] + ", '2026-03-10 " + w[2] + "', '" + w[3] + "', '" + w[4] + "', " + w[5] + ", '" + w[6] + "' = 'page', '"
+            + w[7] + "', " + (w.size() > 8 ? '\'' + w[8] + '\'' : "NULL") + ", 'DE', 'desktop', 'Firefox', 'Linux')");
+    }
 }
 
-void rollUp(const char *day = "2026-03-10")
+void rollUp(const QString &day = "2026-03-10")
 {
-    execute(QStringLiteral("SELECT vesk.rollup_day(1, '%1')").arg(QLatin1String(day)));
+    execute(QStringLiteral("SELECT vesk.rollup_day(1, '%1')").arg(day));
 }
 
 /// The lines of a dimension as "key=n1/n2/n3/x", without trailing zeros, sorted.
-QString lines(const char *scope, const char *dim)
+QString lines(const QString &scope, const QString &dim)
 {
-    return rows(QStringLiteral("SELECT key || '=' || regexp_replace(concat_ws('/', n1, n2, n3, x), "
-                               "'(/0)+$', '') FROM vesk.rollup "
+    return rows(QStringLiteral("SELECT key || '=' || regexp_replace(concat_ws('/', n1, n2, n3, x), '(/0)+$', '') FROM vesk.rollup "
                                "WHERE scope = '%1' AND dim = '%2' ORDER BY key COLLATE \"C\"")
-                    .arg(QLatin1String(scope), QLatin1String(dim)))
+                    .arg(scope, dim))
         .join(u' ');
 }
 
-QString total(const char *scope, const char *key)
+/// The figures \a keys of the totals.
+QString totals(const QString &scope, const QString &keys)
 {
-    return value(QStringLiteral("SELECT n1 FROM vesk.rollup WHERE scope = '%1' AND dim = 'totals' AND key = '%2'")
-                     .arg(QLatin1String(scope), QLatin1String(key)));
+    return rows(QStringLiteral("SELECT n1 FROM unnest('{%2}'::text[]) WITH ORDINALITY k (key, n) JOIN vesk.rollup USING (key) "
+                               "WHERE scope = '%1' AND dim = 'totals' ORDER BY n")
+                    .arg(scope, keys))
+        .join(u' ');
 }
 
 } // namespace
@@ -47,242 +47,181 @@ class TestRollup : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase();
-    void cleanupTestCase() { m_database.reset(); }
+    void initTestCase() { execute("INSERT INTO vesk.sites (host, name) VALUES ('example.org', ''), ('other.example', '')"); }
     void init() { execute("BEGIN"); }
     void cleanup() { execute("ROLLBACK"); }
-    void emptyDay();
-    void whoIsAPerson_data();
-    void whoIsAPerson();
-    void whoIsAScanner_data();
-    void whoIsAScanner();
-    void allLinesOfADay();
-    void beaconsTimePages();
-    void firstViewDecidesTheSource();
-    void longKeysAreCounted();
-    void daysAreLocal_data();
-    void daysAreLocal();
-    void replacesItsDayOnly();
-    void withstandsOddSessions();
+
+    void emptyDay()
+    {
+        rollUp();
+        QCOMPARE(value("SELECT count(*) || ' ' || sum(n1 + n2 + n3) + sum(x) FROM vesk.rollup"), "16 0");
+        QCOMPARE(lines("people", "totals"), "bot_requests=0 bounces=0 pageviews=0 requests=0 scanners=0 unverified=0 visitors=0 visits=0");
+    }
+
+    /// What a visitor does besides a direct page view.
+    void whoIsAPerson_data()
+    {
+        const Table row;
+        for (const char *hit :
+            { "BEACON / 204 other direct", "GET /a.css 200 other direct", "GET /a.WOFF2 304 other direct", "GET / 500 page search" })
+            row(hit, "person");
+        for (const char *hit : { "GET /b 200 page internal", "GET /a.js.map 200 other direct", "GET /a.css 404 other direct",
+                 "GET /a.png 200 other direct", "GET /a.js 200 page direct", "GET /a.png 200 other referral" })
+            row(hit, "unverified");
+    }
+
+    void whoIsAPerson()
+    {
+        QFETCH(QByteArray, text);
+        addHits({ "v 1 10:00 GET / 200 page direct", "v 1 10:01 " + text });
+        rollUp();
+        QCOMPARE(totals("all", "visitors"), "1");
+        QTEST(QString(totals("people", "visitors,unverified") == "1 0" ? "person" : "unverified"), "expected");
+        QCOMPARE(totals("all", "unverified"), totals("people", "visitors") == "0" ? "1" : "0");
+    }
+
+    /// What a visitor misses.
+    void whoIsAScanner_data()
+    {
+        const Table row;
+        for (const char *paths : { "/1 /2 /3 /4 /5", "/a/.env", "/.well-known", "/PhpInfo", "/x/cgi-bin/", "/@fs/etc" })
+            row(paths, "scanner");
+        for (const char *paths : { "/1 /2 /3 /4 /4", "/.well-known/x", "/.WELL-KNOWN/x", "/a.env", "/cgi-bin" })
+            row(paths, "none");
+    }
+
+    void whoIsAScanner()
+    {
+        QFETCH(QByteArray, text);
+        QFETCH(QString, expected);
+        addHits({ "v 1 10:00 GET / 200 page search" });
+        for (const QString &path : words(text))
+            addHits({ "v 1 10:01 POST " + path + " 404 page direct" });
+        rollUp();
+        const bool scanner = expected == "scanner";
+        for (const char *scope : { "people", "all" }) {
+            QCOMPARE(totals(scope, "scanners,visitors,unverified"), scanner ? "1 0 0" : "0 1 0");
+            QCOMPARE(lines(scope, "notfound").isEmpty(), scanner);
+        }
+    }
+
+    /// One day worked out by hand: the person a, the unverified browser b, a crawler that is a
+    /// scanner and one that is none.
+    void allLinesOfADay()
+    {
+        addHits({ "a 1 09:59:30 GET / 200 page search", "a 1 10:00:00 GET /b 200 page internal",
+            "a 1 10:00:01 GET /x.png 200 other internal", "a 1 10:00:02 HEAD /c 200 page internal", "a 1 10:00:03 GET /d 304 page internal",
+            "a 2 12:00:00 GET / 299 page direct", "b 3 10:00:00 GET / 200 page direct", "b 3 10:00:00 GET /gone 404 page direct",
+            "c 4 10:00:00 GET /gone 404 page direct Bot", "c 4 10:00:00 GET /y.png 200 other direct Bot",
+            "d 5 10:00:00 GET /.git 404 page search Scan" });
+        execute("UPDATE vesk.hits SET source = 'Bing', search_terms = 'x y' WHERE source_kind = 'search'; "
+                "UPDATE vesk.hits SET country = NULL, browser = 'Other' WHERE visitor = 'b'");
+        rollUp();
+        const std::pair<const char *, QStringList> expected[] = {
+            { "totals",
+                { "bot_requests=3 bounces=1 pageviews=3 requests=11 scanners=1 unverified=1 visitors=1 visits=2/0/0/30",
+                    "bot_requests=3 bounces=2 pageviews=4 requests=11 scanners=1 unverified=1 visitors=2 visits=3/0/0/30" } },
+            { "hour", { "09=1/1 10=1/1 12=1/1", "09=1/1 10=2/2 12=1/1" } },
+            { "page", { "/=2/1 /b=1/1", "/=3/2 /b=1/1" } },
+            { "source", { "direct\t=1 search\tBing=1", "direct\t=2 search\tBing=1" } },
+            { "terms", { "x y=1", "x y=1" } },
+            { "country", { "DE=1", "=1 DE=1" } },
+            { "device", { "desktop=1", "desktop=2" } },
+            { "browser", { "Firefox=1", "Firefox=1 Other=1" } },
+            { "os", { "Linux=1", "Linux=2" } },
+            { "notfound", { "/gone=2", "/gone=2" } },
+            { "bot", { "Bot=2/1 Scan=1/1", "Bot=2/1 Scan=1/1" } },
+        };
+        for (const auto &[dim, scopes] : expected)
+            QCOMPARE((QStringList { lines("people", dim), lines("all", dim) }), scopes);
+    }
+
+    void beaconsTimePages()
+    {
+        addHits({ "a 1 10:00 GET / 200 page direct", "a 1 10:01 BEACON / 204 other direct", "a 1 10:02 BEACON / 204 other direct",
+            "a 2 10:02 BEACON / 204 other direct", "a 1 00:00 BEACON /late 204 other direct", "b 3 10:03 BEACON / 204 other direct" });
+        execute("UPDATE vesk.hits SET engaged_secs = 1.5 WHERE method = 'BEACON'");
+        // A request may really have the method BEACON, and then it has no seconds.
+        addHits({ "a 1 10:04 BEACON /odd 200 other direct" });
+        rollUp();
+        QCOMPARE(lines("people", "page"), "/=1/1/2/4.5 /late=0/0/1/1.5 /odd=0/0/1");
+        QCOMPARE(totals("people", "requests"), "1");
+    }
+
+    void firstViewDecidesTheSource()
+    {
+        addHits({ "a 1 10:01 GET / 200 page campaign", "a 1 10:00 GET / 200 page social", "a 1 10:00 GET / 200 page search",
+            "a 1 09:00 GET / 404 page email" });
+        rollUp();
+        QCOMPARE(lines("people", "source"), "social\t=1");
+    }
+
+    /// Keys that the primary key could not hold are cut, and what becomes equal is counted together.
+    void longKeysAreCounted()
+    {
+        addHits({ "a 1 10:00 GET / 200 page search", "a 1 10:00 GET / 200 page search", "b 2 10:00 GET / 404 page search" });
+        // Random, so that the index cannot compress them; equal in their first 600 characters.
+        execute("WITH long AS (SELECT string_agg(chr(19968 + (random() * 20000)::int), '') AS t FROM generate_series(1, 1900)) "
+                "UPDATE vesk.hits SET path = '/' || t || id, search_terms = t || id, source = t || id FROM long");
+        rollUp();
+        QCOMPARE(rows("SELECT dim, length(key), n1, n2 FROM vesk.rollup WHERE scope = 'people' AND "
+                      "dim IN ('page', 'terms', 'source', 'notfound') ORDER BY dim"),
+            (QStringList { "notfound|600|1|0", "page|600|2|1", "source|600|1|0", "terms|600|1|0" }));
+
+        execute("UPDATE vesk.hits SET search_terms = repeat('x', 2600) || repeat('y', (id - (SELECT min(id) FROM vesk.hits))::int)");
+        rollUp();
+        QCOMPARE(rows("SELECT length(key), n1 FROM vesk.rollup WHERE scope = 'people' AND dim = 'terms'"), QStringList("2600|1"));
+    }
+
+    void daysAreLocal_data()
+    {
+        const Table row; // with views at every full hour, the number of them, the first and the last hour of 2026-03-29
+        row("UTC", "24 00 23");
+        row("Europe/Berlin", "23 00 23"); // the clocks go forward
+        row("Asia/Kolkata", "24 00 23");
+    }
+
+    void daysAreLocal()
+    {
+        QFETCH(QByteArray, text);
+        execute("SET TIME ZONE '" + text + '\'');
+        execute("INSERT INTO vesk.hits (site_id, at, visitor, session_id, method, path, status, is_page, source_kind, device, browser, os) "
+                "SELECT 1, t, 'a', 1, 'GET', '/', 200, true, 'search', '', '', '' "
+                "FROM generate_series(timestamptz '2026-03-28 00:00Z', '2026-03-30 23:00Z', '1 hour') t");
+        rollUp("2026-03-29");
+        QTEST(value("SELECT sum(n2) || ' ' || min(key) || ' ' || max(key) FROM vesk.rollup WHERE scope = 'people' AND dim = 'hour'"),
+            "expected");
+    }
+
+    void replacesItsDayOnly()
+    {
+        addHits({ "a 1 10:00 GET / 200 page search" });
+        execute("INSERT INTO vesk.rollup VALUES (1, '2026-03-10', 'people', 'page', '/old'), (1, '2026-03-09', 'people', 'page', "
+                "'/before'), (2, '2026-03-10', 'people', 'page', '/other')");
+        rollUp();
+        const QStringList once = rows("SELECT r FROM vesk.rollup r ORDER BY 1");
+        rollUp();
+        QCOMPARE(rows("SELECT r FROM vesk.rollup r ORDER BY 1"), once);
+        QCOMPARE(lines("people", "page"), "/=1/1 /before=0 /other=0");
+        QCOMPARE(value("SELECT count(*) FROM pg_class WHERE relpersistence = 't'"), "0");
+    }
+
+    /// Whatever the session has set, the lines are the same and permanent tables are not touched.
+    void withstandsOddSessions()
+    {
+        addHits({ "a 1 10:00 GET / 200 page direct", "a 1 10:00 GET /a.css 200 other direct", "b 2 10:00 GET /.env 404 page direct" });
+        for (const char *table : { "rh", "rx", "rv", "rp", "rs" })
+            execute(QStringLiteral("CREATE TABLE %1 (i int)").arg(QLatin1String(table)));
+        execute("CREATE TEMP TABLE rh (left_over int); SET search_path = public, pg_temp; SET standard_conforming_strings = off; "
+                "SET escape_string_warning = off");
+        rollUp();
+        QCOMPARE(totals("people", "visitors,scanners"), "1 1");
+        QCOMPARE(value("SELECT count(*) FROM pg_class WHERE relname IN ('rh', 'rx', 'rv', 'rp', 'rs')"), "5");
+    }
 
 private:
-    std::unique_ptr<TestDatabase> m_database;
+    const TestDatabase m_database;
 };
-
-void TestRollup::initTestCase()
-{
-    m_database = std::make_unique<TestDatabase>();
-    execute("INSERT INTO vesk.sites (host, name) VALUES ('example.org', ''), ('other.example', '')");
-}
-
-void TestRollup::emptyDay()
-{
-    rollUp();
-    QCOMPARE(value("SELECT count(*) || ' ' || sum(n1 + n2 + n3) + sum(x) FROM vesk.rollup"), "16 0");
-    QCOMPARE(lines("people", "totals"), "bot_requests=0 bounces=0 pageviews=0 requests=0 scanners=0 unverified=0 visitors=0 visits=0");
-}
-
-void TestRollup::whoIsAPerson_data()
-{
-    QTest::addColumn<QString>("hit"); // besides a direct page view
-    QTest::addColumn<bool>("person");
-    const auto add = [](const char *name, const char *hit, bool person) { QTest::newRow(name) << QString::fromLatin1(hit) << person; };
-    add("nothing else", "'GET', '/b', 200, true, 'internal'", false);
-    add("beacon", "'BEACON', '/', 204, false, 'direct'", true);
-    add("style sheet", "'GET', '/a.css', 200, false, 'direct'", true);
-    add("unchanged font, capitals", "'GET', '/a.WOFF2', 304, false, 'direct'", true);
-    add("script with a query in its name", "'GET', '/a.js.map', 200, false, 'direct'", false);
-    add("missing style sheet", "'GET', '/a.css', 404, false, 'direct'", false);
-    add("image", "'GET', '/a.png', 200, false, 'direct'", false);
-    add("page named like a script", "'GET', '/a.js', 200, true, 'direct'", false);
-    add("came from a search", "'GET', '/', 500, true, 'search'", true);
-    add("asset from elsewhere", "'GET', '/a.png', 200, false, 'referral'", false);
-}
-
-void TestRollup::whoIsAPerson()
-{
-    QFETCH(QString, hit);
-    QFETCH(bool, person);
-    addHits(QStringLiteral("('2026-03-10 10:00', 'v', 1, 'GET', '/', 200, true, 'direct', NULL), "
-                           "('2026-03-10 10:01', 'v', 1, %1, NULL)")
-                .arg(hit));
-    rollUp();
-    QCOMPARE(total("people", "visitors"), person ? QStringLiteral("1") : QStringLiteral("0"));
-    QCOMPARE(total("all", "visitors"), "1");
-    QCOMPARE(total("all", "unverified"), person ? QStringLiteral("0") : QStringLiteral("1"));
-}
-
-void TestRollup::whoIsAScanner_data()
-{
-    QTest::addColumn<QString>("paths"); // answered with 404
-    QTest::addColumn<bool>("scanner");
-    const auto add
-        = [](const char *name, const char *paths, bool scanner) { QTest::newRow(name) << QString::fromLatin1(paths) << scanner; };
-    add("four missing paths", "/1 /2 /3 /4 /4", false);
-    add("five missing paths", "/1 /2 /3 /4 /5", true);
-    add("dot file", "/a/.env", true);
-    add("well-known", "/.well-known/x", false);
-    add("well-known in capitals", "/.WELL-KNOWN/x", false);
-    add("well-known without a slash", "/.well-known", true);
-    add("dot inside a name", "/a.env", false);
-    add("capitals", "/PhpInfo", true);
-    add("cgi", "/x/cgi-bin/", true);
-    add("cgi without a slash", "/cgi-bin", false);
-    add("vite", "/@fs/etc", true);
-}
-
-void TestRollup::whoIsAScanner()
-{
-    QFETCH(QString, paths);
-    QFETCH(bool, scanner);
-    addHits("('2026-03-10 10:00', 'v', 1, 'GET', '/', 200, true, 'search', NULL)");
-    const QStringList parts = paths.split(u' ');
-    for (const QString &path : parts)
-        addHits(QStringLiteral("('2026-03-10 10:01', 'v', 1, 'POST', '%1', 404, true, 'direct', NULL)").arg(path));
-    rollUp();
-    QCOMPARE(total("people", "scanners"), scanner ? QStringLiteral("1") : QStringLiteral("0"));
-    for (const char *scope : { "people", "all" }) {
-        QCOMPARE(total(scope, "visitors"), scanner ? QStringLiteral("0") : QStringLiteral("1"));
-        QCOMPARE(lines(scope, "notfound").isEmpty(), scanner);
-    }
-    QCOMPARE(total("all", "unverified"), "0");
-}
-
-/// One day worked out by hand: the person a, the unverified browser b, a crawler that is a scanner
-/// and one that is none.
-void TestRollup::allLinesOfADay()
-{
-    addHits("('2026-03-10 09:59:30', 'a', 1, 'GET', '/', 200, true, 'search', NULL),('2026-03-10 10:00:00', 'a', 1, 'GET', '/b', 200, "
-            "true, 'internal', NULL),('2026-03-10 10:00:01', 'a', 1, 'GET', '/x.png', 200, false, 'internal', NULL),('2026-03-10 "
-            "10:00:02', 'a', 1, 'HEAD', '/c', 200, true, 'internal', NULL),('2026-03-10 10:00:03', 'a', 1, 'GET', '/d', 304, true, "
-            "'internal', NULL),('2026-03-10 12:00:00', 'a', 2, 'GET', '/', 299, true, 'direct', NULL),('2026-03-10 10:00:00', 'b', 3, "
-            "'GET', '/', 200, true, 'direct', NULL),('2026-03-10 10:00:00', 'b', 3, 'GET', '/gone', 404, true, 'direct', "
-            "NULL),('2026-03-10 10:00:00', 'c', 4, 'GET', '/gone', 404, true, 'direct', 'Bot'),('2026-03-10 10:00:00', 'c', 4, 'GET', "
-            "'/y.png', 200, false, 'direct', 'Bot'),('2026-03-10 10:00:00', 'd', 5, 'GET', '/.git', 404, true, 'search', 'Scan')");
-    execute("UPDATE vesk.hits SET source = 'Bing', search_terms = 'x y' WHERE source_kind = 'search'; UPDATE vesk.hits SET country = NULL, "
-            "browser = 'Other' WHERE visitor = 'b'");
-    rollUp();
-    const char *const shared = "bot_requests=3 bounces=%1 pageviews=%2 requests=11 scanners=1 "
-                               "unverified=1 visitors=%3 visits=%4";
-    const auto totals = [shared](int bounces, int views, int visitors, int visits) {
-        return QString::fromLatin1(shared).arg(bounces).arg(views).arg(visitors).arg(visits) + QStringLiteral("/0/0/30");
-    };
-    QCOMPARE(lines("people", "totals"), totals(1, 3, 1, 2));
-    QCOMPARE(lines("all", "totals"), totals(2, 4, 2, 3));
-    QCOMPARE(lines("people", "hour"), "09=1/1 10=1/1 12=1/1");
-    QCOMPARE(lines("all", "hour"), "09=1/1 10=2/2 12=1/1");
-    QCOMPARE(lines("people", "page"), "/=2/1 /b=1/1");
-    QCOMPARE(lines("all", "page"), "/=3/2 /b=1/1");
-    QCOMPARE(lines("people", "source"), "direct\t=1 search\tBing=1");
-    QCOMPARE(lines("all", "source"), "direct\t=2 search\tBing=1");
-    QCOMPARE(lines("all", "terms"), "x y=1");
-    QCOMPARE(lines("people", "country"), "DE=1");
-    QCOMPARE(lines("all", "country"), "=1 DE=1");
-    QCOMPARE(lines("all", "device"), "desktop=2");
-    QCOMPARE(lines("all", "browser"), "Firefox=1 Other=1");
-    QCOMPARE(lines("people", "os"), "Linux=1");
-    for (const char *scope : { "people", "all" }) {
-        QCOMPARE(lines(scope, "notfound"), "/gone=2");
-        QCOMPARE(lines(scope, "bot"), "Bot=2/1 Scan=1/1");
-    }
-}
-
-void TestRollup::beaconsTimePages()
-{
-    addHits("('2026-03-10 10:00', 'a', 1, 'GET', '/', 200, true, 'direct', NULL),('2026-03-10 10:01', 'a', 1, 'BEACON', '/', 204, false, "
-            "'direct', NULL),('2026-03-10 10:02', 'a', 1, 'BEACON', '/', 204, false, 'direct', NULL),('2026-03-10 10:02', 'a', 2, "
-            "'BEACON', '/', 204, false, 'direct', NULL),('2026-03-10 00:00', 'a', 1, 'BEACON', '/late', 204, false, 'direct', "
-            "NULL),('2026-03-10 10:03', 'b', 3, 'BEACON', '/', 204, false, 'direct', NULL)");
-    execute("UPDATE vesk.hits SET engaged_secs = 1.5 WHERE method = 'BEACON'");
-    // A request may really have the method BEACON, and then it has no seconds.
-    addHits("('2026-03-10 10:04', 'a', 1, 'BEACON', '/odd', 200, false, 'direct', NULL)");
-    rollUp();
-    QCOMPARE(lines("people", "page"), "/=1/1/2/4.5 /late=0/0/1/1.5 /odd=0/0/1");
-    QCOMPARE(total("people", "requests"), "1");
-}
-
-void TestRollup::firstViewDecidesTheSource()
-{
-    addHits("('2026-03-10 10:01', 'a', 1, 'GET', '/', 200, true, 'campaign', NULL),('2026-03-10 10:00', 'a', 1, 'GET', '/', 200, true, "
-            "'social', NULL),('2026-03-10 10:00', 'a', 1, 'GET', '/', 200, true, 'search', NULL),('2026-03-10 09:00', 'a', 1, 'GET', '/', "
-            "404, true, 'email', NULL)");
-    rollUp();
-    QCOMPARE(lines("people", "source"), "social\t=1");
-}
-
-/// Keys that the primary key could not hold are cut, and what becomes equal is counted together.
-void TestRollup::longKeysAreCounted()
-{
-    addHits("('2026-03-10 10:00', 'a', 1, 'GET', '', 200, true, 'search', NULL),('2026-03-10 10:00', 'a', 1, 'GET', '', 200, true, "
-            "'search', NULL),('2026-03-10 10:00', 'b', 2, 'GET', '', 404, true, 'search', NULL)");
-    // Random, so that the index cannot compress them; equal in their first 600 characters.
-    execute("WITH long AS (SELECT string_agg(chr(19968 + (random() * 20000)::int), '') AS t FROM generate_series(1, 1900)) UPDATE "
-            "vesk.hits SET path = '/' || t || id, search_terms = t || id, source = t || id FROM long");
-    rollUp();
-    const auto keys = [](const char *dim) {
-        return rows(
-            QStringLiteral("SELECT length(key), n1, n2 FROM vesk.rollup WHERE scope = 'people' AND dim = '%1'").arg(QLatin1String(dim)))
-            .join(u' ');
-    };
-    QCOMPARE(keys("page"), "600|2|1");
-    QCOMPARE(keys("terms"), "600|1|0");
-    QCOMPARE(keys("source"), "600|1|0");
-    QCOMPARE(keys("notfound"), "600|1|0");
-
-    execute("UPDATE vesk.hits SET search_terms = repeat('x', 2600) || repeat('y', (id - (SELECT min(id) FROM vesk.hits))::int)");
-    rollUp();
-    QCOMPARE(keys("terms"), "2600|1|0");
-}
-
-void TestRollup::daysAreLocal_data()
-{
-    QTest::addColumn<QString>("zone");
-    QTest::addColumn<QString>("hours"); // of 2026-03-29, with the views of hits at every full hour of three days
-    QTest::newRow("UTC") << "UTC"
-                         << "24 00 23";
-    QTest::newRow("the clocks go forward") << "Europe/Berlin"
-                                           << "23 00 23";
-    QTest::newRow("half an hour") << "Asia/Kolkata"
-                                  << "24 00 23";
-}
-
-void TestRollup::daysAreLocal()
-{
-    QFETCH(QString, zone);
-    execute(QStringLiteral("SET TIME ZONE '%1'").arg(zone));
-    execute("INSERT INTO vesk.hits (site_id, at, visitor, session_id, method, path, status, is_page, source_kind, device, browser, os) "
-            "SELECT 1, t, 'a', 1, 'GET', '/', 200, true, 'search', '', '', '' FROM generate_series(timestamptz '2026-03-28 00:00Z', "
-            "'2026-03-30 23:00Z', '1 hour') t");
-    rollUp("2026-03-29");
-    QTEST(value("SELECT sum(n2) || ' ' || min(key) || ' ' || max(key) FROM vesk.rollup WHERE scope = 'people' AND dim = 'hour'"), "hours");
-}
-
-void TestRollup::replacesItsDayOnly()
-{
-    addHits("('2026-03-10 10:00', 'a', 1, 'GET', '/', 200, true, 'search', NULL)");
-    execute("INSERT INTO vesk.rollup VALUES (1, '2026-03-10', 'people', 'page', '/old'), (1, '2026-03-09', 'people', 'page', '/before'), "
-            "(2, '2026-03-10', 'people', 'page', '/other')");
-    rollUp();
-    const QStringList once = rows("SELECT r FROM vesk.rollup r ORDER BY 1");
-    rollUp();
-    QCOMPARE(rows("SELECT r FROM vesk.rollup r ORDER BY 1"), once);
-    QCOMPARE(lines("people", "page"), "/=1/1 /before=0 /other=0");
-    QCOMPARE(value("SELECT count(*) FROM pg_class WHERE relpersistence = 't'"), "0");
-}
-
-/// Whatever the session has set, the lines are the same and permanent tables are not touched.
-void TestRollup::withstandsOddSessions()
-{
-    addHits("('2026-03-10 10:00', 'a', 1, 'GET', '/', 200, true, 'direct', NULL),('2026-03-10 10:00', 'a', 1, 'GET', '/a.css', 200, false, "
-            "'direct', NULL),('2026-03-10 10:00', 'b', 2, 'GET', '/.env', 404, true, 'direct', NULL)");
-    execute("CREATE TABLE rh (i int); CREATE TABLE rx (i int); CREATE TABLE rv (i int); CREATE TABLE rp (i int); CREATE TABLE rs (i int); "
-            "CREATE TEMP TABLE rh (left_over int); SET search_path = public, pg_temp; SET standard_conforming_strings = off; SET "
-            "escape_string_warning = off");
-    rollUp();
-    QCOMPARE(total("people", "visitors"), "1");
-    QCOMPARE(total("people", "scanners"), "1");
-    QCOMPARE(value("SELECT count(*) FROM pg_class WHERE relname IN ('rh', 'rx', 'rv', 'rp', 'rs')"), "5");
-}
 
 QTEST_GUILESS_MAIN(TestRollup)
 #include "tst_rollup.moc"
