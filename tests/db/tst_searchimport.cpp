@@ -65,41 +65,9 @@ private slots:
         }
     }
 
-    void readsEachField_data()
-    {
-        const Table row; // of what follows the day in a detail row
-        row("all", R"(, "a b", "https://x.example/p%20q/?u=v#w", "USA", "DESKTOP"], "clicks": 1, "impressions": 2, "position": 3.25)",
-            "a b|/p q/|US|desktop|1|2|3.25");
-        row("unknown country, URL without a path", R"(, "q", "https://x.example", "zzz", "x"])", "q||-|x|0|0|0");
-        row("nothing else", R"(], "clicks": null)", "||-||0|0|0");
-        row("keys that are no texts", R"(, 1, null, {}, []])", "||-||0|0|0");
-        row("no whole numbers", R"(, "q", "/", "", ""], "clicks": 12.5, "impressions": "12", "position": "1")", "q|/|-||0|0|0");
-        row("over 32 bits", R"(, "q", "/", "", ""], "clicks": 2147483647, "impressions": 2147483648)", "q|/|-||2147483647|0|0");
-        row("U+0000", R"(, "a\u0000b", "/%00", "\u0000", "\u0000"])", "a\uFFFDb|/\uFFFD|-|\uFFFD|0|0|0");
-    }
-
-    void readsEachField()
-    {
-        QFETCH(QByteArray, text);
-        bool ok = false;
-        QCOMPARE(import(withRows(R"({"keys": ["2024-05-02")" + text + '}'), &ok), "1 days (2024-05-02 to 2024-05-02), 1 detail rows");
-        QTEST(value("SELECT query, page, country, device, clicks, impressions, position FROM vesk.search_rows "
-                    "WHERE site_id = 1 AND engine = 'google' AND day = '2024-05-02'"),
-            "expected");
-    }
-
-    void batchesOfAnySize()
-    {
-        for (const int count : { 0, 1, 500, 501, 1234 }) {
-            QByteArrayList detail;
-            for (int i = 0; i < count; ++i)
-                detail += R"({"keys": ["2024-05-02", ")" + QByteArray::number(i) + "\"]}";
-            bool ok = false;
-            import(withRows(detail.join(',')), &ok);
-            QVERIFY(ok);
-            QCOMPARE(value("SELECT count(DISTINCT query) FROM vesk.search_rows WHERE query <> 'old'").toInt(), count);
-        }
-    }
+    void readsEachField_data(); // moc cannot read the raw strings of these three in here
+    void readsEachField();
+    void batchesOfAnySize();
 
     void refuses_data()
     {
@@ -143,6 +111,42 @@ private slots:
 private:
     const TestDatabase m_database;
 };
+
+void TestSearchImport::readsEachField_data()
+{
+    const Table row; // of what follows the day in a detail row
+    row("all", R"(, "a b", "https://x.example/p%20q/?u=v#w", "USA", "DESKTOP"], "clicks": 1, "impressions": 2, "position": 3.25)",
+        "a b|/p q/|US|desktop|1|2|3.25");
+    row("unknown country, URL without a path", R"(, "q", "https://x.example", "zzz", "x"])", "q||-|x|0|0|0");
+    row("nothing else", R"(], "clicks": null)", "||-||0|0|0");
+    row("keys that are no texts", R"(, 1, null, {}, []])", "||-||0|0|0");
+    row("no whole numbers", R"(, "q", "/", "", ""], "clicks": 12.5, "impressions": "12", "position": "1")", "q|/|-||0|0|0");
+    row("over 32 bits", R"(, "q", "/", "", ""], "clicks": 2147483647, "impressions": 2147483648)", "q|/|-||2147483647|0|0");
+    row("U+0000", R"(, "a\u0000b", "/%00", "\u0000", "\u0000"])", "a\uFFFDb|/\uFFFD|-|\uFFFD|0|0|0");
+}
+
+void TestSearchImport::readsEachField()
+{
+    QFETCH(QByteArray, text);
+    bool ok = false;
+    QCOMPARE(import(withRows(R"({"keys": ["2024-05-02")" + text + '}'), &ok), "1 days (2024-05-02 to 2024-05-02), 1 detail rows");
+    QTEST(value("SELECT query, page, country, device, clicks, impressions, position FROM vesk.search_rows "
+                "WHERE site_id = 1 AND engine = 'google' AND day = '2024-05-02'"),
+        "expected");
+}
+
+void TestSearchImport::batchesOfAnySize()
+{
+    for (const int count : { 0, 1, 500, 501, 1234 }) {
+        QByteArrayList detail;
+        for (int i = 0; i < count; ++i)
+            detail += R"({"keys": ["2024-05-02", ")" + QByteArray::number(i) + "\"]}";
+        bool ok = false;
+        import(withRows(detail.join(',')), &ok);
+        QVERIFY(ok);
+        QCOMPARE(value("SELECT count(DISTINCT query) FROM vesk.search_rows WHERE query <> 'old'").toInt(), count);
+    }
+}
 
 QTEST_GUILESS_MAIN(TestSearchImport)
 #include "tst_searchimport.moc"
