@@ -5,7 +5,9 @@
 
 \set QUIET on
 \set ECHO none
+\set ECHO_HIDDEN off
 \set ON_ERROR_STOP on
+\set AUTOCOMMIT on
 \set FETCH_COUNT 0
 \set SHOW_CONTEXT never
 \set VERBOSITY default
@@ -16,6 +18,8 @@
 \pset expanded off
 \pset tuples_only on
 \pset recordsep '\n'
+\pset title
+\pset numericlocale off
 \pset null ''
 SET client_min_messages = error;
 SET standard_conforming_strings = on;

@@ -90,8 +90,8 @@ JOIN (SELECT unnest(ARRAY[1, 2, 3, 4]) AS n,
 
 \if :one_day
 \else
-\echo
-\echo Every day counts its visitors anew: who came on two days is in these sums twice.
+\qecho
+\qecho Every day counts its visitors anew: who came on two days is in these sums twice.
 
 SELECT unnest(pg_temp.section(
     CASE :'unit' WHEN 'day' THEN 'Days' WHEN 'week' THEN 'Weeks, by their average day'
@@ -180,4 +180,4 @@ SELECT unnest(pg_temp.section('Search queries',
                      pg_temp.fit(query, 41)) ORDER BY rank) FILTER (WHERE rank <= 10), max(total)))
 FROM query;
 
-\echo
+\qecho
