@@ -1,14 +1,12 @@
 -- What report.sql and report-html.sql share: settings of psql, helper functions, the choice of the
 -- site and the period, and the figures, in temporary tables. It prints nothing.
 --
--- Expects the variable most_bars: how many bars the course of the visitors may have.
+-- The script that includes it has set ON_ERROR_STOP, which would come too late here, and most_bars:
+-- how many bars the course of the visitors may have.
 
 \set QUIET on
 \set ECHO none
-\set ECHO_HIDDEN off
-\set ON_ERROR_STOP on
 \set AUTOCOMMIT on
-\set FETCH_COUNT 0
 \set SHOW_CONTEXT never
 \set VERBOSITY default
 \timing off
@@ -18,9 +16,6 @@
 \pset expanded off
 \pset tuples_only on
 \pset recordsep '\n'
-\pset title
-\pset numericlocale off
-\pset null ''
 SET client_min_messages = error;
 SET standard_conforming_strings = on;
 SET search_path = pg_catalog, pg_temp;

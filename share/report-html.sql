@@ -435,7 +435,7 @@ SELECT '<section><h2>All requests</h2><ul class="tiles">'
        || '</div></section></main>'
 FROM figure
 JOIN unnest(ARRAY['Requests', 'By crawlers', 'Unverified', 'Scanners'],
-            ARRAY['of all kinds', 'by programs that say so', 'browsers without sign of a person',
+            ARRAY['of all kinds', 'by programs that say so', 'browsers that showed no sign of a person',
                   'visitors that looked for weak spots'])
      WITH ORDINALITY AS shown (name, meaning, n) USING (name);
 

@@ -85,7 +85,7 @@ JOIN (SELECT unnest(ARRAY[1, 2, 3, 4]) AS n,
                           (SELECT pg_temp.percent(max(everyone) FILTER (WHERE name = 'By crawlers'),
                                                   max(everyone) FILTER (WHERE name = 'Requests'))
                                   || ' of all' FROM figure),
-                          'browsers without sign of a person',
+                          'showed no sign of a person',
                           'looked for weak spots']) AS meaning) AS shown USING (name);
 
 \if :one_day
@@ -131,7 +131,8 @@ FROM line WHERE dim = 'terms';
 
 WITH shown AS (
     SELECT dim, rank, total, pg_temp.num(n1) AS n,
-           pg_temp.fit(coalesce(nullif(key, ''), 'unknown'), 16) AS key
+           pg_temp.fit(coalesce(nullif(key, ''), 'unknown'),
+                       CASE dim WHEN 'browser' THEN 16 WHEN 'os' THEN 9 ELSE 7 END) AS key
     FROM line
     WHERE dim IN ('country', 'browser', 'os', 'device') AND rank <= 10
 ), rows AS (
