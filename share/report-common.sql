@@ -56,13 +56,15 @@ $$;
 CREATE FUNCTION pg_temp.change(n numeric, before numeric, kind text DEFAULT 'count')
 RETURNS text LANGUAGE sql IMMUTABLE AS $$
     SELECT CASE WHEN n IS NULL OR before IS NULL THEN '-'
-                WHEN kind = 'rate' THEN sign || to_char(abs(100 * (n - before)), 'FM990.0') || ' pt'
-                WHEN kind = 'place' THEN sign || to_char(abs(n - before), 'FM9990.0')
-                WHEN n = before THEN '0 %'
-                WHEN before = 0 THEN 'new'
-                WHEN n >= 10 * before THEN '×' || pg_temp.num(n / before)
-                ELSE sign || to_char(abs(100 * (n - before) / before), 'FM990') || ' %' END
-    FROM (SELECT CASE sign(n - before) WHEN 1 THEN '+' WHEN -1 THEN '−' ELSE '' END) AS s (sign)
+                WHEN kind IN ('count', 'time') AND before = 0 AND n > 0 THEN 'new'
+                WHEN kind IN ('count', 'time') AND before > 0 AND n >= 10 * before THEN '×' || pg_temp.num(n / before)
+                ELSE CASE sign(change) WHEN 1 THEN '+' WHEN -1 THEN '−' ELSE '' END
+                     || CASE kind WHEN 'rate' THEN to_char(abs(change), 'FM990.0') || ' pt'
+                                  WHEN 'place' THEN to_char(abs(change), 'FM990.0')
+                                  ELSE to_char(abs(change), 'FM990') || ' %' END END
+    FROM (SELECT CASE kind WHEN 'rate' THEN round(100 * (n - before), 1)
+                           WHEN 'place' THEN round(n - before, 1)
+                           ELSE coalesce(round(100 * (n - before) / nullif(before, 0)), 0) END) AS c (change)
 $$;
 
 -- "2 March 2026", "1 to 3 March 2026", and what is longer in full.

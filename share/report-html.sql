@@ -74,7 +74,10 @@ RETURNS text LANGUAGE sql IMMUTABLE AS $$
                      about, 96 * cardinality(labels))
            || (SELECT string_agg(format('<line class="grid" x2="100%%" y1="%s" y2="%1$s"/>'
                                         '<text class="y" x="-8" y="%1$s" dy="4">%s</text>',
-                                        round(190 - 180 * y / top, 1), pg_temp.num(y)), '' ORDER BY y)
+                                        round(190 - 180 * y / top, 1),
+                                        CASE WHEN top < 100000 OR y = 0 THEN pg_temp.num(y)
+                                             WHEN top < 10000000 THEN pg_temp.num(y / 1000) || 'k'
+                                             ELSE pg_temp.num(y / 1000000) || 'M' END), '' ORDER BY y)
                FROM scale, generate_series(0, top, step) AS y)
            || (SELECT string_agg(
                    format('<g><title>%s</title><rect class="hit" x="%s%%" width="%s%%" y="10" height="180"/>',
@@ -206,7 +209,7 @@ g:hover > .hit { fill: var(--faint); }
 .unverified { fill: url(#hatch); stroke: var(--hatch); stroke-width: 1; }
 #hatch path { stroke: var(--hatch); stroke-width: 1.5; }
 .defs { position: absolute; }
-details { margin-top: .75rem; }
+details { margin-top: .75rem; overflow-x: auto; }
 summary { cursor: pointer; }
 
 .lists { display: grid; gap: 2rem; margin-top: 1rem; align-content: start; }

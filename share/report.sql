@@ -65,7 +65,7 @@ FROM vesk.sites WHERE id = :site_id;
 
 SELECT unnest(pg_temp.section('Totals',
         format('%25s%12s%10s%20s%10s', 'people', 'before', 'change', 'with unverified', 'change'),
-        array_agg(format('  %-13s%10s%12s%10s%20s%10s', name,
+        array_agg(format('  %-13s %9s %11s %9s %19s %9s', name,
                          pg_temp.show(people, kind), pg_temp.show(people_before, kind),
                          pg_temp.change(people, people_before, kind),
                          pg_temp.show(everyone, kind), pg_temp.change(everyone, everyone_before, kind))
@@ -75,7 +75,7 @@ JOIN unnest(ARRAY['Visitors', 'Visits', 'Page views', 'Bounces', 'Bounce rate', 
      WITH ORDINALITY AS shown (name, n) USING (name);
 
 SELECT unnest(array_prepend('',
-        array_agg(format('  %-13s%10s%12s%10s   %s', name,
+        array_agg(format('  %-13s %9s %11s %9s   %s', name,
                          pg_temp.show(everyone, kind), pg_temp.show(everyone_before, kind),
                          pg_temp.change(everyone, everyone_before, kind), meaning) ORDER BY n)))
 FROM figure
@@ -97,14 +97,14 @@ SELECT unnest(pg_temp.section(
     CASE :'unit' WHEN 'day' THEN 'Days' WHEN 'week' THEN 'Weeks, by their average day'
                  ELSE 'Months, by their average day' END,
     format('%17s%9s%9s', '', 'visitors', 'views'),
-    array_agg(rtrim(format('%17s%9s%9s  %s', label, pg_temp.show(people, 'count'),
+    array_agg(rtrim(format('%17s %8s %8s  %s', label, pg_temp.show(people, 'count'),
                            pg_temp.show(views, 'count'), pg_temp.bar(people, everyone, most, 43)))
               ORDER BY n)))
 FROM bin, (SELECT max(everyone) AS most FROM bin) AS m;
 \endif
 
 SELECT unnest(pg_temp.section('Hours', format('%8s%10s%10s', 'hour', 'visitors', 'views'),
-    array_agg(rtrim(format('%8s%10s%10s  %s', hour, pg_temp.num(visitors), pg_temp.num(people),
+    array_agg(rtrim(format('%8s %9s %9s  %s', hour, pg_temp.num(visitors), pg_temp.num(people),
                            pg_temp.bar(people, everyone, most, 48)))
               ORDER BY hour)))
 FROM hours, (SELECT max(everyone) AS most FROM hours) AS m;
@@ -112,20 +112,20 @@ FROM hours, (SELECT max(everyone) AS most FROM hours) AS m;
 -- Lists
 
 SELECT unnest(pg_temp.section('Pages', format('%8s%8s%10s%8s', 'views', 'change', 'visitors', 'time'),
-    array_agg(format('%8s%8s%10s%8s  %s', pg_temp.num(n1), pg_temp.change(n1, before),
+    array_agg(format('%8s %7s %9s %7s  %s', pg_temp.num(n1), pg_temp.change(n1, before),
                      pg_temp.num(n2), pg_temp.minutes(x / nullif(n3, 0)), pg_temp.fit(key, 44))
               ORDER BY rank) FILTER (WHERE rank <= 15), max(total)))
 FROM line WHERE dim = 'page';
 
 SELECT unnest(pg_temp.section('Sources', format('%8s%8s%10s', 'visits', 'change', 'share'),
-    array_agg(rtrim(format('%8s%8s%10s  %-9s %s', pg_temp.num(n1), pg_temp.change(n1, before),
+    array_agg(rtrim(format('%8s %7s %9s  %-9s %s', pg_temp.num(n1), pg_temp.change(n1, before),
                            pg_temp.percent(n1, sum1), pg_temp.fit(split_part(key, E'\t', 1), 9),
                            pg_temp.fit(substr(key, strpos(key, E'\t') + 1), 42)))
               ORDER BY rank) FILTER (WHERE rank <= 15), max(total)))
 FROM line WHERE dim = 'source';
 
 SELECT unnest(pg_temp.section('Search terms and campaigns', format('%8s%8s', 'visits', 'change'),
-    array_agg(format('%8s%8s  %s', pg_temp.num(n1), pg_temp.change(n1, before), pg_temp.fit(key, 62))
+    array_agg(format('%8s %7s  %s', pg_temp.num(n1), pg_temp.change(n1, before), pg_temp.fit(key, 62))
               ORDER BY rank) FILTER (WHERE rank <= 10), max(total)))
 FROM line WHERE dim = 'terms';
 
@@ -154,13 +154,13 @@ SELECT unnest(pg_temp.section('Visitors',
 FROM rows;
 
 SELECT unnest(pg_temp.section('Crawlers', format('%8s%8s%10s', 'requests', 'change', 'pages'),
-    array_agg(format('%8s%8s%10s  %s', pg_temp.num(n1), pg_temp.change(n1, before), pg_temp.num(n2),
+    array_agg(format('%8s %7s %9s  %s', pg_temp.num(n1), pg_temp.change(n1, before), pg_temp.num(n2),
                      pg_temp.fit(key, 52))
               ORDER BY rank) FILTER (WHERE rank <= 15), max(total)))
 FROM line WHERE dim = 'bot';
 
 SELECT unnest(pg_temp.section('Not found', format('%8s%8s', 'requests', 'change'),
-    array_agg(format('%8s%8s  %s', pg_temp.num(n1), pg_temp.change(n1, before), pg_temp.fit(key, 62))
+    array_agg(format('%8s %7s  %s', pg_temp.num(n1), pg_temp.change(n1, before), pg_temp.fit(key, 62))
               ORDER BY rank) FILTER (WHERE rank <= 15), max(total)))
 FROM line WHERE dim = 'notfound';
 
@@ -168,7 +168,7 @@ FROM line WHERE dim = 'notfound';
 
 SELECT unnest(pg_temp.section('Search console, ' || pg_temp.period(:'search_first', :'last'),
     format('%8s%8s%10s%9s%10s', 'clicks', 'change', 'shown', 'rate', 'position'),
-    array_agg(format('%8s%8s%10s%9s%10s  %s, up to %s', pg_temp.num(clicks),
+    array_agg(format('%8s %7s %9s %8s %9s  %s, up to %s', pg_temp.num(clicks),
                      pg_temp.change(clicks, clicks_before), pg_temp.num(shown),
                      pg_temp.percent(clicks, shown), pg_temp.show(place, 'place'),
                      pg_temp.fit(engine, 12), to_char(newest, 'FMDD FMMonth')) ORDER BY engine)))
@@ -176,7 +176,7 @@ FROM engine;
 
 SELECT unnest(pg_temp.section('Search queries',
     format('%8s%10s%9s%10s', 'clicks', 'shown', 'rate', 'position'),
-    array_agg(format('%8s%10s%9s%10s  %s', pg_temp.num(clicks), pg_temp.num(shown),
+    array_agg(format('%8s %9s %8s %9s  %s', pg_temp.num(clicks), pg_temp.num(shown),
                      pg_temp.percent(clicks, shown), pg_temp.show(place, 'place'),
                      pg_temp.fit(query, 41)) ORDER BY rank) FILTER (WHERE rank <= 10), max(total)))
 FROM query;

@@ -128,9 +128,9 @@ def check_periods():
     """Two days against the two before, worked out by hand."""
     lines = []
     for day in ("2026-05-01", "2026-05-02"):
-        lines += totals(day, "people", 10, 20, 600, 40, 5, 100, 10, 7, 1) + totals(day, "all", 20, 25, 600, 50, 9, 100, 10, 7, 1)
+        lines += totals(day, "people", 10, 20, 600, 40, 5, 1000, 10, 7, 1) + totals(day, "all", 20, 25, 600, 50, 9, 1000, 10, 7, 1)
     for day in ("2026-05-03", "2026-05-04"):
-        lines += totals(day, "people", 15, 20, 900, 50, 10, 150, 60, 7, 0) + totals(day, "all", 1250, 30, 900, 90, 9, 150, 60, 7, 0)
+        lines += totals(day, "people", 15, 20, 900, 50, 10, 1001, 60, 7, 0) + totals(day, "all", 1250, 30, 900, 90, 9, 1001, 60, 7, 0)
     lines += [("2026-05-01", "people", "page", "/a", 6, 6), ("2026-05-02", "people", "page", "/gone", 9, 9),
               ("2026-05-03", "people", "page", "/a", 7, 3, 2, 60), ("2026-05-04", "people", "page", "/a", 5, 3, 2, 130),
               ("2026-05-04", "people", "page", "/b", 4, 4), ("2026-05-04", "people", "country", "DE", 3)]
@@ -140,8 +140,8 @@ def check_periods():
 
     for name, expected in {"Visitors": "30 20 +50_% 2,500 ×63", "Visits": "40 40 0_% 60 +20_%", "Page views": "100 80 +25_% 180 +80_%",
                            "Bounces": "20 10 +100_% 18 0_%", "Bounce rate": "50.0_% 25.0_% +25.0_pt 30.0_% −6.0_pt",
-                           "Average visit": "0:45 0:30 +50_% 0:30 +25_%", "Requests": "300 200 +50_% of_all_kinds",
-                           "By crawlers": "120 20 +500_% 40.0_%_of_all", "Scanners": "0 2 −100_% looked_for_weak_spots"}.items():
+                           "Average visit": "0:45 0:30 +50_% 0:30 +25_%", "Requests": "2,002 2,000 0_% of_all_kinds",
+                           "By crawlers": "120 20 +500_% 6.0_%_of_all", "Scanners": "0 2 −100_% looked_for_weak_spots"}.items():
         assert row(text, name) == [column.replace("_", " ") for column in expected.split()], (name, row(text, name))
     assert "3 to 4 May 2026 (2 days)\nCompared with 1 to 2 May 2026.\n" in text
     assert re.search(r"^ +12 +\+100 % +6 +0:48  /a\n +4 +new +4 +-  /b\n\n", text, re.M) and "/gone" not in text, text
