@@ -57,7 +57,8 @@ CREATE FUNCTION pg_temp.change(n numeric, before numeric, kind text DEFAULT 'cou
 RETURNS text LANGUAGE sql IMMUTABLE AS $$
     SELECT CASE WHEN n IS NULL OR before IS NULL THEN '-'
                 WHEN kind IN ('count', 'time') AND before = 0 AND n > 0 THEN 'new'
-                WHEN kind IN ('count', 'time') AND before > 0 AND n >= 10 * before THEN '×' || pg_temp.num(n / before)
+                WHEN kind IN ('count', 'time') AND before > 0 AND n >= 10 * before
+                THEN '×' || pg_temp.num(n / before)
                 ELSE CASE sign(change) WHEN 1 THEN '+' WHEN -1 THEN '−' ELSE '' END
                      || CASE kind WHEN 'rate' THEN to_char(abs(change), 'FM990.0') || ' pt'
                                   WHEN 'place' THEN to_char(abs(change), 'FM990.0')
