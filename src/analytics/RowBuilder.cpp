@@ -54,12 +54,16 @@ bool isDottedQuad(QStringView text, bool *canonical)
     return numbers == 4 && digits > 0;
 }
 
+/// Hexadecimal digits, up to eight colons, then maybe dots.
 bool isIpv6Text(QStringView text)
 {
-    return std::all_of(text.begin(), text.end(), [](QChar c) {
+    const auto isAllowed = [](QChar c) {
         return (c >= u'0' && c <= u'9') || (c >= u'a' && c <= u'f') || (c >= u'A' && c <= u'F')
             || c == u':' || c == u'.';
-    }) && text.contains(u':');
+    };
+    const qsizetype dot = text.indexOf(u'.');
+    return std::all_of(text.begin(), text.end(), isAllowed) && text.contains(u':')
+        && text.count(u':') <= 8 && (dot < 0 || text.lastIndexOf(u':') < dot);
 }
 
 /// The request target without its query.
@@ -116,7 +120,8 @@ bool isAddress(const QString &text)
     const bool dottedQuad = isDottedQuad(text, &canonical);
     if (dottedQuad && canonical)
         return true; // nearly always
-    // QHostAddress alone would also take "1", "0x7f.1.1.1", surrounding spaces and scope ids.
+    // QHostAddress alone would also take "1", "0x7f.1.1.1", surrounding spaces, scope ids, and a
+    // "::" behind eight groups.
     return (dottedQuad || isIpv6Text(text)) && QHostAddress().setAddress(text);
 }
 
