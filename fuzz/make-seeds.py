@@ -48,6 +48,14 @@ def main():
                for i, a in enumerate(ADDRESSES) for j, g in enumerate(TARGETS) for t, r in [(TIMES[(i + j) % 4], REFERRERS[(i * 7 + j) % 15])]]
     common = [line.rsplit('"', 4)[0] for line in made_up[::9]]
     some = log[::40][:250] + made_up + common
+    # Texts that are cut, with a character of two code units at the cut.
+    emoji = "%F0%9F%98%80"
+    for target, referrer in [("/" + "a" * 1998 + emoji + "b", "-"), ("/vesk-b?t=1&p=" + "a" * 1999 + emoji + "b", "-"),
+                             ("/?utm_source=" + "a" * 99 + emoji + "b&utm_campaign=" + "a" * 199 + emoji + "b", "-"),
+                             ("/", "https://www.bing.com/?q=" + "a" * 199 + emoji + "b"), ("/", "https://www.google.com/?q=" + "a" * 1100),
+                             ("/", "http://example.net/" + "\u20ac" * 333)]:
+        some.append(f'::1 - - [{TIMES[0]}] "GET {target} HTTP/1.1" 200 5 "{referrer}" "Mozilla/5.0" 2147483647')
+        seed("source", referrer + "\n" + target)
     for line in some:
         seed("logparser", line)
     for i in range(0, len(some) - 3, 3):
