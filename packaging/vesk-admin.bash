@@ -1,8 +1,8 @@
 # bash completion for vesk-admin                                       -*- shell-script -*-
 
 _vesk_admin() {
-    local cur prev words cword
-    _init_completion || return
+    local cur prev words cword split
+    _init_completion -s || return
 
     case $prev in
     -c | --config)
