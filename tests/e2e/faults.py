@@ -107,7 +107,7 @@ class Faults(unittest.TestCase):
     def start(self, *arguments, **options):
         program = subprocess.Popen([*self.command, *map(str, arguments)], **{
             "stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE, "text": True, **options})
-        self.addCleanup(program.communicate)
+        self.addCleanup(program.wait)
         self.addCleanup(program.kill)
         return program
 
@@ -327,8 +327,8 @@ class Faults(unittest.TestCase):
         secret = self.sql("SELECT value FROM vesk.settings WHERE key = 'visitor_secret'")
         login = "login password of anna"
         program, fifo = self.feed()
-        seen = [path.read_bytes() for path in pathlib.Path(f"/proc/{program.pid}").glob("cmdline")]
-        seen.append(subprocess.run(["ps", "axwwe"], capture_output=True).stdout)
+        seen = [path.read_bytes() for path in pathlib.Path("/proc").glob("[0-9]*/cmdline")]
+        seen += [pathlib.Path(f"/proc/{program.pid}/environ").read_bytes()]
         seen.append(psql("SELECT string_agg(query || application_name, ' ') FROM pg_stat_activity").encode())
         outputs = [self.finish(program, fifo)]
         with open(self.folder / "login", "w+") as typed:
