@@ -21,6 +21,7 @@ constexpr qsizetype kSliceBytes = qsizetype { 8 } * 1024 * 1024;
 constexpr int kPollLines = 100;
 
 constexpr qint64 kSessionGapSeconds = 1800; // the longest gap that continues a visit
+constexpr qint64 kMsecsPerSecond = 1000;
 constexpr qsizetype kMaxSessions = 50000;
 constexpr qsizetype kMaxCountries = 200000;
 
@@ -151,6 +152,8 @@ qint64 Ingest::sessionFor(const QByteArray &visitor, const QDateTime &at)
         m_newVisits.append(visitor);
         session.id = -m_newVisits.size();
     }
+    if (!session.last.isValid())
+        m_idle.emplace(at.toMSecsSinceEpoch(), visitor);
     if (!session.last.isValid() || at > session.last)
         session.last = at;
     return session.id;
@@ -227,13 +230,24 @@ void Ingest::assignCountries(QList<Row> &rows)
     }
 }
 
-/// Forgets the visits that nothing can continue any more, once there are many.
+/// Forgets the visits that nothing can continue any more, once there are many. Those that went on
+/// since they were queued are queued anew, so the table is never searched as a whole.
 void Ingest::pruneSessions()
 {
     if (m_sessions.size() <= kMaxSessions)
         return;
-    const QDateTime cutoff = QDateTime::currentDateTimeUtc().addSecs(-kSessionGapSeconds);
-    m_sessions.removeIf([&cutoff](const auto &entry) { return entry.value().last < cutoff; });
+    const qint64 cutoff
+        = QDateTime::currentMSecsSinceEpoch() - kSessionGapSeconds * kMsecsPerSecond;
+    while (!m_idle.empty() && m_idle.top().first < cutoff) {
+        const QByteArray visitor = m_idle.top().second;
+        m_idle.pop();
+        const auto session = m_sessions.constFind(visitor);
+        const qint64 last = session->last.toMSecsSinceEpoch();
+        if (last < cutoff)
+            m_sessions.erase(session);
+        else
+            m_idle.emplace(last, visitor);
+    }
 }
 
 void Ingest::rollup(int siteId, const QSet<QDate> &days, const ProgressCallback &progress)

@@ -15,6 +15,9 @@
 
 #include <functional>
 #include <optional>
+#include <queue>
+#include <utility>
+#include <vector>
 
 namespace vesk::analytics {
 
@@ -63,6 +66,7 @@ private:
         qint64 id = 0; ///< 0 none yet, negative a placeholder
         QDateTime last; ///< UTC, the latest request seen
     };
+    using IdleSince = std::pair<qint64, QByteArray>; ///< milliseconds since 1970, visitor hash
     struct Slice;
 
     Slice readSlice(RowBuilder &builder, const LineSource &nextLine);
@@ -76,6 +80,8 @@ private:
 
     QByteArray m_secret;
     QHash<QByteArray, Session> m_sessions; ///< by visitor hash
+    /// Each visitor once, by a time of its session that may be outdated: the earliest is on top.
+    std::priority_queue<IdleSince, std::vector<IdleSince>, std::greater<>> m_idle;
     QList<QByteArray> m_newVisits; ///< visitors whose session is the placeholder -1, -2, ...
     QHash<QString, QString> m_countries; ///< by address as logged; empty where none is known
     bool m_haveGeo = false;
