@@ -14,7 +14,7 @@ import sys
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 LINE = re.compile(r'\S+ \S+ \S+ \[[^]]*\] "(?:\S+) ?((?:[^"\\ ]|\\.)*)[^"]*" \S+ \S+ "((?:[^"\\]|\\.)*)" "((?:[^"\\]|\\.)*)"')
-ADDRESSES = ["192.0.2.7", "010.000.02.7", "::1", "2001:db8::7", "::ffff:192.0.2.7", "1:2:3:4:5:6:7:8", "1:2:3:4:5:6:192.0.2.7",
+ADDRESSES = ["192.0.2.7", "010.000.02.7", "::1", "2001:db8::7", "::ffff:192.0.2.7", "1:2:3:4:5:6:7:8", "1:2:3:4:5:6:7:8::", "1:2:3:4:5:6:192.0.2.7",
              "fe80::1%eth0", "host.example.org", "-"]
 TIMES = ["10/Oct/2000:13:55:36 -0700", "29/Feb/2000:24:00:00 +1600", "01/Jan/0001:01:00:00 +0100", "31/Dec/9999:22:59:59 -0100"]
 TARGETS = ["/", "/a%20b?c=d", "/vesk-b?p=/caf%C3%A9/&t=12.5", "/vesk-b?p=%2Fabout&t=21600", "/feed/", "/a.PHP?x", "/?utm_source=a&utm_campaign=b",
@@ -56,6 +56,11 @@ def main():
                              ("/", "http://example.net/" + "\u20ac" * 333)]:
         some.append(f'::1 - - [{TIMES[0]}] "GET {target} HTTP/1.1" 200 5 "{referrer}" "Mozilla/5.0" 2147483647')
         seed("source", referrer + "\n" + target)
+    # Numbers on both sides of what is accepted.
+    for seconds in ("0", "-1", "1e-50", "1e-45", "21600", "21600.0001", "21601", "1e5", "nan", "inf", "0x10"):
+        some.append(f'::1 - - [{TIMES[0]}] "GET /vesk-b?p=/a&t={seconds} HTTP/1.1" 200 5')
+    for status, duration in [(32767, 2147483646), (32768, 2147483647), (-32768, -1), (-32769, 9223372036854775807), (2147483648, 9223372036854775808)]:
+        some.append(f'::1 - - [{TIMES[0]}] "GET / HTTP/1.1" {status} 5 "-" "Mozilla/5.0" {duration}')
     for line in some:
         seed("logparser", line)
     for i in range(0, len(some) - 3, 3):
