@@ -149,6 +149,10 @@ QString updateGeoIp(const QString &file, bool *ok, const ProgressCallback &progr
         return notACountryFile();
 
     db::Transaction transaction;
+    if (!transaction.isOpen()) {
+        db::reportFailure(transaction.error());
+        return databaseError();
+    }
     QSqlQuery clear;
     clear.exec(QStringLiteral("TRUNCATE vesk.geo_country"));
     const std::optional<qint64> stored = insertRanges(csv, progress);

@@ -16,6 +16,11 @@ namespace {
 
 constexpr qsizetype kBatchRows = 500;
 
+QString databaseError()
+{
+    return QStringLiteral("database error while storing");
+}
+
 /// The site and engine that data is stored for, and its range of days.
 struct Target
 {
@@ -141,6 +146,10 @@ QString importSearchData(int site, const QString &engine, const QJsonObject &dat
     const Target range = target(site, engine, totals);
 
     db::Transaction transaction;
+    if (!transaction.isOpen()) {
+        db::reportFailure(transaction.error());
+        return databaseError();
+    }
     db::StatementStream stream(db::StatementStream::ReportFirst);
     clearRange(stream, "vesk.search_days", range);
     clearRange(stream, "vesk.search_rows", range);
@@ -148,7 +157,7 @@ QString importSearchData(int site, const QString &engine, const QJsonObject &dat
     sendRows(stream, range, rows, progress);
     stream.finish();
     if (stream.failed() || !transaction.commit())
-        return QStringLiteral("database error while storing");
+        return databaseError();
     *ok = true;
     return QStringLiteral("%1 days (%2 to %3), %4 detail rows")
         .arg(QString::number(totals.size()), range.first, range.last, QString::number(rows.size()));

@@ -174,7 +174,10 @@ bool ensure(bool force)
 Transaction::Transaction()
     : m_db(QSqlDatabase::database(QLatin1String(QSqlDatabase::defaultConnection), false))
 {
-    if ((!m_db.isOpen() && !m_db.open()) || !m_db.transaction())
+    bool begun = m_db.isOpen() && m_db.transaction();
+    if (!begun && !m_db.isOpen()) // lost, maybe long ago, which only using it tells
+        begun = m_db.open() && m_db.transaction();
+    if (!begun)
         m_error = presentable(m_db.lastError());
 }
 

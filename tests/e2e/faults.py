@@ -181,6 +181,22 @@ class Faults(unittest.TestCase):
         psql(f"ALTER DATABASE {self.name} ALLOW_CONNECTIONS true")
         self.assertEqual(self.hits(), 5000)
 
+    def test_connection_cut_before_loading(self):
+        """As happens during a long download: the table is replaced all the same, and at once."""
+        self.sql("INSERT INTO vesk.geo_country VALUES ('1.0.0.0', '1.0.0.255', 'AU');"
+                 " ALTER TABLE vesk.geo_country ADD CHECK (country <> 'XX')")
+        ranges = "".join(f"10.0.{i // 256}.{i % 256},10.9.9.9,DE\n" for i in range(2000)).encode()
+        for content, status, stored in ((ranges + b"11.0.0.0,11.0.0.1,XX", 1, "1"), (ranges, 0, "2000")):
+            fifo = self.folder / f"ranges{status}.csv"
+            os.mkfifo(fifo)
+            program = self.start("geoip-update", fifo)
+            with open(fifo, "wb") as ends:
+                cut = f"SELECT count(pg_terminate_backend(pid)) FROM pg_stat_activity WHERE datname = '{self.name}'"
+                until(lambda: psql(cut) == "1")
+                ends.write(content)
+            program.communicate()
+            self.assertEqual((program.returncode, self.sql("SELECT count(*) FROM vesk.geo_country")), (status, stored))
+
     def test_disk_full(self):
         disk = self.folder / "disk"
         disk.mkdir()
