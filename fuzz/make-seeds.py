@@ -37,12 +37,15 @@ def texts_of(*sources):
 def main():
     log = pathlib.Path(sys.argv[1]).read_text(encoding="utf-8", errors="surrogateescape").splitlines()
     folder = pathlib.Path(sys.argv[2])
+    written = set()
 
     def seed(target, text):
         data = text.encode("utf-8", errors="surrogateescape")
         path = folder / "seeds" / target / hashlib.sha1(data).hexdigest()
-        path.parent.mkdir(parents=True, exist_ok=True)
-        path.write_bytes(data)
+        if path not in written:
+            written.add(path)
+            path.parent.mkdir(parents=True, exist_ok=True)
+            path.write_bytes(data)
 
     made_up = [f'{a} - - [{t}] "GET {g} HTTP/1.1" 200 5 "{r}" "Mozilla/5.0 \\"x\\" \u00e9" 11'
                for i, a in enumerate(ADDRESSES) for j, g in enumerate(TARGETS) for t, r in [(TIMES[(i + j) % 4], REFERRERS[(i * 7 + j) % 15])]]
