@@ -6,11 +6,15 @@
 
 #include <QByteArray>
 #include <QDate>
+#include <QDir>
 #include <QEventLoop>
+#include <QFile>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QSqlQuery>
+#include <QStringList>
+#include <QThread>
 #include <QUrl>
 #include <QVariant>
 
@@ -23,6 +27,7 @@ namespace vesk::analytics {
 namespace {
 
 constexpr int kRows = 1000; // lines per statement
+constexpr int kMaxThreadMsecs = 1000; // to wait for a thread's end
 
 /// A real file has hundreds of thousands of lines. One that splits at line feeds into fewer parts
 /// is something else, an error page for example.
@@ -43,9 +48,20 @@ QString currentMonth()
     return QDate::currentDate().toString(QStringLiteral("yyyy-MM"));
 }
 
+/// Whether the network's own thread, which has a name of Qt's, is still there.
+bool haveNetworkThread()
+{
+    const QDir tasks(QStringLiteral("/proc/self/task"));
+    const QStringList ids = tasks.entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    return std::any_of(ids.begin(), ids.end(), [&tasks](const QString &id) {
+        QFile name(tasks.filePath(id + QLatin1String("/comm")));
+        return name.open(QIODevice::ReadOnly) && name.readAll().startsWith("QNetworkAccess");
+    });
+}
+
 /// The current month's file, compressed; nothing, and the reason in \a error, when it cannot be
-/// had.
-std::optional<QByteArray> download(QString *error, const ProgressCallback &progress)
+/// had. Leaves a thread that is about to end.
+std::optional<QByteArray> fetch(QString *error, const ProgressCallback &progress)
 {
     const auto report = [&progress](qint64 done, qint64 total) {
         progress(QLatin1String("bytes"), done, std::max(total, qint64 { 0 }));
@@ -65,6 +81,16 @@ std::optional<QByteArray> download(QString *error, const ProgressCallback &progr
         return {};
     }
     return reply->readAll();
+}
+
+/// The same, without the thread. Qt does not wait until it has freed what OpenSSL keeps for it, and
+/// a process that ends right then frees that twice.
+std::optional<QByteArray> download(QString *error, const ProgressCallback &progress)
+{
+    std::optional<QByteArray> body = fetch(error, progress);
+    for (int i = 0; i < kMaxThreadMsecs && haveNetworkThread(); ++i)
+        QThread::msleep(1);
+    return body;
 }
 
 QByteArray insertStatement(qsizetype rows)
