@@ -55,6 +55,11 @@ def alive(pid):
         return False
 
 
+def children(program):
+    """The processes that the program has started and not yet seen end."""
+    return pathlib.Path(f"/proc/{program.pid}/task/{program.pid}/children").read_text().split()
+
+
 def unfinished_archive():
     """Of 14,000 lines, big enough that gunzip gives out most of them while it waits for the end."""
     return gzip.compress(lines(1, 14000), compresslevel=0)[:-8]
@@ -290,12 +295,12 @@ class Faults(unittest.TestCase):
             with self.subTest(name=name):
                 self.sql("TRUNCATE vesk.hits")
                 program, fifo = self.feed(name, content)
-                children = pathlib.Path(f"/proc/{program.pid}/task/{program.pid}/children").read_text().split()
-                self.assertEqual(len(children), int(name.endswith(".gz")))
+                started = children(program)
+                self.assertEqual(len(started), int(name.endswith(".gz")))
                 program.send_signal(number)
                 program.communicate()
                 self.assertEqual(program.returncode, -number)
-                until(lambda: not any(map(alive, children)))
+                until(lambda: not any(map(alive, started)))
                 until(lambda: self.sql("SELECT count(*) FROM pg_stat_activity WHERE application_name = 'vesk-admin'") == "0")
                 self.assertEqual(self.hits(), 5000)
 
@@ -323,7 +328,7 @@ class Faults(unittest.TestCase):
 
     def test_gunzip_killed(self):
         program, fifo = self.feed("a.log.gz", unfinished_archive())
-        child = pathlib.Path(f"/proc/{program.pid}/task/{program.pid}/children").read_text()
+        child, = children(program)
         os.kill(int(child), signal.SIGKILL)
         out, err = program.communicate()
         self.assertEqual((program.returncode, err), (0, ""))
