@@ -1,4 +1,3 @@
-#include "admin/Output.h"
 #include "admin/Progress.h"
 #include "admin/Prompt.h"
 #include "analytics/GeoIp.h"
@@ -8,6 +7,7 @@
 #include "common/Db.h"
 #include "common/Gzip.h"
 #include "common/LineReader.h"
+#include "common/Output.h"
 #include "common/Password.h"
 #include "common/ProgressCallback.h"
 
@@ -335,7 +335,7 @@ constexpr Command kCommands[] = {
 
 int main(int argc, char **argv)
 {
-    prepareOutput();
+    vesk::prepareOutput();
     const QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("vesk-admin"));
     QCoreApplication::setApplicationVersion(QStringLiteral("0.1"));

@@ -1,4 +1,4 @@
-#include "admin/Output.h"
+#include "common/Output.h"
 
 #include <cerrno>
 #include <csignal>
@@ -8,6 +8,8 @@
 
 #include <fcntl.h>
 #include <unistd.h>
+
+namespace vesk {
 
 namespace {
 
@@ -41,3 +43,5 @@ void prepareOutput()
     setvbuf(stdout, nullptr, _IOLBF, 0);
     std::atexit(checkOutput);
 }
+
+} // namespace vesk
