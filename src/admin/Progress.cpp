@@ -6,6 +6,7 @@
 #include <QStringList>
 
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <cstddef>
 #include <cwchar>
@@ -29,6 +30,8 @@ constexpr std::string_view kErase = "\r\x1b[K";
 // What signal and message handlers need; they can be given nothing.
 volatile std::sig_atomic_t g_shown = 0;
 QtMessageHandler g_oldHandler = nullptr;
+std::array<QByteArray, 2> g_farewells; ///< two, so that one is whole whenever a signal comes
+volatile std::sig_atomic_t g_farewell = 0;
 
 // ---- The text ----
 
@@ -117,10 +120,14 @@ int columnsOfTerminal()
     return known ? size.ws_col : kUsualColumns;
 }
 
-void onSignal()
+void onSignal(int signal)
 {
-    if (takesOutput())
-        eraseLine();
+    if (!takesOutput())
+        return;
+    eraseLine();
+    const QByteArray &farewell = g_farewells[static_cast<std::size_t>(g_farewell)];
+    if (signal != SIGTSTP)
+        send({ farewell.constData(), static_cast<std::size_t>(farewell.size()) });
 }
 
 void onMessage(QtMsgType type, const QMessageLogContext &context, const QString &message)
@@ -169,7 +176,7 @@ Progress::Progress()
         return;
     m_sinceStart.start();
     g_oldHandler = qInstallMessageHandler(onMessage);
-    m_hook.emplace(onSignal, [] {});
+    m_hook.emplace(onSignal, [](int) {});
 }
 
 Progress::~Progress()
@@ -177,6 +184,8 @@ Progress::~Progress()
     if (!m_terminal)
         return;
     erase();
+    m_hook.reset();
+    setFarewell({});
     qInstallMessageHandler(g_oldHandler);
 }
 
@@ -198,6 +207,19 @@ void Progress::show(qint64 count, qint64 done, qint64 total)
     const QByteArray bytes = '\r' + line.toLocal8Bit() + "\x1b[K";
     g_shown = 1;
     send({ bytes.constData(), static_cast<std::size_t>(bytes.size()) });
+}
+
+void Progress::setFarewell(const QString &line)
+{
+    QByteArray farewell;
+    if (!line.isEmpty()) {
+        // The terminal may have echoed the key that was pressed.
+        const QString text = QString::fromStdU32String(printable(line));
+        farewell = QByteArray(kErase.data(), kErase.size()) + text.toLocal8Bit() + '\n';
+    }
+    const int other = 1 - g_farewell;
+    g_farewells[static_cast<std::size_t>(other)] = farewell;
+    g_farewell = other;
 }
 
 void Progress::erase()

@@ -45,6 +45,10 @@ public:
     /// Shows the state of the piece of work; only when isDue().
     void show(qint64 count, qint64 done, qint64 total);
 
+    /// Has \a line written on the terminal when a signal such as that of Ctrl-C ends the process,
+    /// in place of the line before.
+    void setFarewell(const QString &line);
+
     /// Has to come before anything is printed that does not go through Qt's log.
     void erase();
 

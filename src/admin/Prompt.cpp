@@ -9,12 +9,12 @@ namespace {
 termios g_old;
 termios g_noEcho;
 
-void restoreEcho()
+void restoreEcho(int = 0)
 {
     tcsetattr(STDIN_FILENO, TCSANOW, &g_old);
 }
 
-void switchEchoOff()
+void switchEchoOff(int = 0)
 {
     tcsetattr(STDIN_FILENO, TCSANOW, &g_noEcho);
 }

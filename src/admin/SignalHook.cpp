@@ -17,7 +17,7 @@ std::array<struct sigaction, kSignals.size()> g_oldActions;
 void onSignal(int signal)
 {
     const int error = errno;
-    g_leave();
+    g_leave(signal);
 
     std::size_t i = 0;
     while (kSignals[i] != signal)
@@ -33,7 +33,7 @@ void onSignal(int signal)
     sigprocmask(SIG_SETMASK, &before, nullptr);
 
     sigaction(signal, &own, nullptr);
-    g_resume();
+    g_resume(signal);
     errno = error;
 }
 

@@ -6,7 +6,7 @@
 class SignalHook
 {
 public:
-    using Function = void (*)();
+    using Function = void (*)(int signal);
 
     /// \a leave is called before the signal does what it always did, and \a resume when the process
     /// goes on after that. They may do what a signal handler may, and nothing else.

@@ -5,6 +5,7 @@
 #include "analytics/SearchImport.h"
 #include "common/Config.h"
 #include "common/Db.h"
+#include "common/FilePath.h"
 #include "common/Gzip.h"
 #include "common/LineReader.h"
 #include "common/Output.h"
@@ -22,13 +23,13 @@
 #include <QJsonObject>
 #include <QSet>
 #include <QSettings>
-#include <QSqlDatabase>
-#include <QSqlError>
 #include <QSqlQuery>
 #include <QStringList>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
+#include <iterator>
 #include <limits>
 
 #include <unistd.h>
@@ -65,26 +66,24 @@ vesk::ProgressCallback shownBy(Progress &progress, const QString &name)
 /// Applies one script and notes it, both or neither. False after a message.
 bool applyScript(const QString &name, int version)
 {
-    QSqlDatabase db = QSqlDatabase::database();
     QFile f(QLatin1String(":/sql/") + name);
-    if (!f.open(QIODevice::ReadOnly) || !db.transaction()) {
+    const bool readable = f.open(QIODevice::ReadOnly);
+    vesk::db::Transaction transaction;
+    if (!readable || !transaction.isOpen()) {
         qCritical("%s: cannot start", qPrintable(name));
         return false;
     }
     QString error;
     if (!vesk::db::execScript(QString::fromUtf8(f.readAll()), &error)) {
         qCritical("%s: %s", qPrintable(name), qPrintable(error));
-        db.rollback();
         return false;
     }
     QSqlQuery m;
     m.prepare(QStringLiteral("INSERT INTO vesk.schema_migrations (version, name) VALUES (?, ?)"));
     m.addBindValue(version);
     m.addBindValue(name);
-    if (!vesk::db::exec(m) || !db.commit()) {
-        db.rollback();
+    if (!vesk::db::exec(m) || !transaction.commit())
         return false;
-    }
     printf("applied %s\n", qPrintable(name));
     return true;
 }
@@ -185,13 +184,17 @@ int addSite(const QString &host, const QString &name)
 
 int addLog(const QString &host, const QString &path)
 {
+    if (path.isEmpty()) {
+        qCritical("the path of a log must not be empty");
+        return 1;
+    }
     const int site = siteId(host);
     if (site == 0)
         return 1;
     QSqlQuery q;
     q.prepare(QStringLiteral("INSERT INTO vesk.log_sources (site_id, path) VALUES (?, ?)"));
     q.addBindValue(site);
-    q.addBindValue(QFileInfo(path).absoluteFilePath());
+    q.addBindValue(QFileInfo(vesk::filePath(path)).absoluteFilePath());
     if (!vesk::db::exec(q))
         return 1;
     printf("vesk-collect will follow %s\n", qPrintable(path));
@@ -217,6 +220,14 @@ void warnOfLoss(const QString &file, const Ingest::LostSlice &slice)
         slice.lastLine, cause.isEmpty() ? "" : ": ", qPrintable(cause));
 }
 
+QString interrupted(const QString &file, qint64 lines)
+{
+    return QStringLiteral("interrupted: %1 is stored up to line %2 or a little further; delete the "
+                          "time that the log covers and import it again")
+        .arg(file)
+        .arg(lines);
+}
+
 int importLogs(const QString &host, const QStringList &files)
 {
     const int site = siteId(host);
@@ -231,7 +242,10 @@ int importLogs(const QString &host, const QStringList &files)
         progress.begin(file, QStringLiteral("lines"));
         vesk::LineReader lines(file);
         qint64 taken = 0;
+        qint64 done = -1;
         const Ingest::Result total = ingest.ingest(site, host.toLower(), [&] {
+            if (ingest.linesDone() != done)
+                progress.setFarewell(interrupted(file, done = ingest.linesDone()));
             if (progress.isDue())
                 progress.show(taken, lines.position(), lines.size());
             ++taken;
@@ -244,6 +258,10 @@ int importLogs(const QString &host, const QStringList &files)
             total.stored, total.skipped);
         days.unite(total.days);
     }
+    progress.setFarewell(
+        QStringLiteral("interrupted: all lines are stored, but not all days are rolled up; run "
+                       "vesk-admin rollup %1")
+            .arg(host));
     Ingest::rollup(
         site, days, shownBy(progress, QStringLiteral("rolling up %1 days").arg(days.size())));
     progress.erase();
@@ -300,36 +318,64 @@ int importGsc(const QString &host, const QString &file)
 
 // ---- Dispatch ----
 
-/// A command word with the numbers of positional arguments, the word included, that it takes.
+/// A command with the numbers of positional arguments, the word included, that it takes.
 struct Command
 {
-    const char *word;
+    const char *usage; ///< the word and what follows it, as the help shows them
     qsizetype least;
     qsizetype most;
     int (*run)(const QStringList &args, const QString &role);
+
+    QString word() const { return QString::fromLatin1(usage).section(u' ', 0, 0); }
+    bool takes(qsizetype count) const { return count >= least && count <= most; }
 };
 
 constexpr qsizetype kAnyNumber = std::numeric_limits<qsizetype>::max();
 
 constexpr Command kCommands[] = {
     { "migrate", 1, kAnyNumber, [](const QStringList &, const QString &) { return migrate(); } },
-    { "add-user", 2, 2,
+    { "add-user NAME", 2, 2,
         [](const QStringList &args, const QString &role) { return addUser(args[1], role); } },
-    { "add-site", 3, 3,
+    { "add-site HOST NAME", 3, 3,
         [](const QStringList &args, const QString &) { return addSite(args[1], args[2]); } },
-    { "add-log", 3, 3,
+    { "add-log HOST PATH", 3, 3,
         [](const QStringList &args, const QString &) { return addLog(args[1], args[2]); } },
-    { "import-log", 3, kAnyNumber,
+    { "import-log HOST FILE...", 3, kAnyNumber,
         [](const QStringList &args, const QString &) { return importLogs(args[1], args.mid(2)); } },
-    { "import-gsc", 3, 3,
-        [](const QStringList &args, const QString &) { return importGsc(args[1], args[2]); } },
-    { "rollup", 2, 2,
-        [](const QStringList &args, const QString &) { return rollupSite(args[1]); } },
-    { "set", 3, 3,
-        [](const QStringList &args, const QString &) { return setSetting(args[1], args[2]); } },
-    { "geoip-update", 1, kAnyNumber,
+    { "geoip-update [FILE]", 1, kAnyNumber,
         [](const QStringList &args, const QString &) { return geoipUpdate(args.value(1)); } },
+    { "import-gsc HOST FILE", 3, 3,
+        [](const QStringList &args, const QString &) { return importGsc(args[1], args[2]); } },
+    { "rollup HOST", 2, 2,
+        [](const QStringList &args, const QString &) { return rollupSite(args[1]); } },
+    { "set KEY VALUE", 3, 3,
+        [](const QStringList &args, const QString &) { return setSetting(args[1], args[2]); } },
 };
+
+/// All commands as the help shows them.
+QString usageOfAll()
+{
+    QStringList usages;
+    for (const Command &command : kCommands)
+        usages += QString::fromLatin1(command.usage);
+    return usages.join(QLatin1String(" | "));
+}
+
+/// Prints the help, and to a person at a terminal what was wrong with the command, which is the
+/// first of \a args. Gives the exit status.
+int refuse(const QCommandLineParser &parser, const QStringList &args)
+{
+    fputs(qPrintable(parser.helpText()), stdout);
+    if (isatty(STDERR_FILENO) != 1 || args.isEmpty())
+        return 1;
+    const auto command = std::find_if(std::begin(kCommands), std::end(kCommands),
+        [&args](const Command &row) { return row.word() == args[0]; });
+    if (command == std::end(kCommands))
+        qCritical("there is no command %s", qPrintable(args[0]));
+    else
+        qCritical("wrong number of arguments, it is: vesk-admin %s", command->usage);
+    return 1;
+}
 
 } // namespace
 
@@ -346,24 +392,20 @@ int main(int argc, char **argv)
     parser.addOption(QCommandLineOption(QStringLiteral("role"),
         QStringLiteral("Role for add-user (maintainer or customer)."), QStringLiteral("role"),
         QStringLiteral("maintainer")));
-    parser.addPositionalArgument(QStringLiteral("command"),
-        QStringLiteral("migrate | add-user NAME | add-site HOST NAME | add-log HOST PATH | "
-                       "import-log HOST FILE... | geoip-update [FILE] | import-gsc HOST FILE | "
-                       "rollup HOST | set KEY VALUE"));
+    parser.addPositionalArgument(QStringLiteral("command"), usageOfAll());
     parser.process(app);
 
     const QStringList args = parser.positionalArguments();
     const QString path = vesk::configPath(parser);
     if (path.isEmpty() || args.isEmpty())
-        parser.showHelp(1);
-    const QSettings cfg(path, QSettings::IniFormat);
+        return refuse(parser, {});
+    const QSettings cfg(vesk::filePath(path), QSettings::IniFormat);
     if (!vesk::db::open(cfg, QCoreApplication::applicationName()))
         return 1;
 
     for (const Command &command : kCommands) {
-        if (args[0] == QLatin1String(command.word) && args.size() >= command.least
-            && args.size() <= command.most)
+        if (command.word() == args[0] && command.takes(args.size()))
             return command.run(args, parser.value(QStringLiteral("role")));
     }
-    parser.showHelp(1);
+    return refuse(parser, args);
 }

@@ -216,20 +216,39 @@ bool isInternal(const QString &host, const QString &siteHost)
         || referring.startsWith(site + u'.');
 }
 
-/// A referrer as a URL, without a host that is not plain ASCII and beyond kMaxForeignHost: QUrl
-/// would take a time quadratic in its length to normalise that.
+/// The host in \a authority, without user and port, its escapes decoded (RFC 3986, section 3.2).
+QString hostOf(QStringView authority)
+{
+    QStringView host = authority.sliced(authority.lastIndexOf(u'@') + 1);
+    const qsizetype colon = host.lastIndexOf(u':');
+    const auto isDigit = [](QChar c) { return c >= u'0' && c <= u'9'; };
+    if (colon >= 0 && std::all_of(host.begin() + colon + 1, host.end(), isDigit))
+        host = host.first(colon);
+    return QUrl::fromPercentEncoding(host.toUtf8());
+}
+
+/// Whether QUrl would take a time quadratic in its length to normalise the host in \a authority.
+bool isOddHost(QStringView authority)
+{
+    if (authority.size() <= kMaxForeignHost)
+        return false;
+    const QString host = hostOf(authority);
+    const auto isAscii = [](QChar c) { return c.unicode() < 0x80; };
+    return host.size() > kMaxForeignHost && !std::all_of(host.begin(), host.end(), isAscii);
+}
+
+/// A referrer as a URL, which has no host where that is not plain ASCII and beyond
+/// kMaxForeignHost.
 QUrl referrerUrl(const QByteArray &referrer)
 {
     QString text = QString::fromUtf8(referrer);
     const qsizetype begin = text.indexOf(QLatin1String("//")) + 2;
     if (begin >= 2) {
-        const auto endsHost = [](QChar c) { return c == u'/' || c == u'?' || c == u'#'; };
-        const auto end = std::find_if(text.cbegin() + begin, text.cend(), endsHost);
+        const auto endsAuthority = [](QChar c) { return c == u'/' || c == u'?' || c == u'#'; };
+        const auto end = std::find_if(text.cbegin() + begin, text.cend(), endsAuthority);
         const QStringView authority(text.cbegin() + begin, end);
-        const QStringView host = authority.sliced(authority.lastIndexOf(u'@') + 1);
-        const auto isPlain = [](QChar c) { return c.unicode() < 0x80 && c != u'%'; };
-        if (host.size() > kMaxForeignHost && !std::all_of(host.begin(), host.end(), isPlain))
-            text.remove(host.data() - text.constData(), host.size());
+        if (isOddHost(authority))
+            text.remove(begin, authority.size());
     }
     return QUrl(text, QUrl::TolerantMode);
 }

@@ -12,6 +12,7 @@
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
+#include <QSqlError>
 #include <QSqlQuery>
 #include <QStringList>
 #include <QThread>
@@ -180,7 +181,10 @@ QString updateGeoIp(const QString &file, bool *ok, const ProgressCallback &progr
         return databaseError();
     }
     QSqlQuery clear;
-    clear.exec(QStringLiteral("TRUNCATE vesk.geo_country"));
+    if (!clear.exec(QStringLiteral("TRUNCATE vesk.geo_country"))) {
+        db::reportFailure(db::presentable(clear.lastError()));
+        return databaseError();
+    }
     const std::optional<qint64> stored = insertRanges(csv, progress);
     if (!stored)
         return databaseError();

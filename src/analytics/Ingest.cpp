@@ -56,6 +56,15 @@ void notify(int siteId)
     db::exec(q);
 }
 
+bool rollUp(int siteId, QDate day)
+{
+    QSqlQuery q;
+    q.prepare(QStringLiteral("SELECT vesk.rollup_day(?, ?)"));
+    q.addBindValue(siteId);
+    q.addBindValue(day);
+    return db::exec(q);
+}
+
 } // namespace
 
 /// The rows and counts of up to kSliceLines lines.
@@ -83,7 +92,7 @@ Ingest::Result Ingest::ingest(int siteId, const QString &siteHost, const LineSou
 {
     RowBuilder builder(m_secret, siteId, siteHost);
     Result total;
-    qint64 line = 0; // the last one of the slices before
+    m_linesDone = 0;
     Slice slice = readSlice(builder, nextLine);
     while (slice.size > 0) {
         const bool hasRows = !slice.rows.isEmpty();
@@ -99,8 +108,8 @@ Ingest::Result Ingest::ingest(int siteId, const QString &siteHost, const LineSou
         Slice next = readSlice(builder, nextLine);
         const int stored = m_writer.finish();
         if (!transaction.commit() && hasRows)
-            total.lost.append({ line + 1, line + slice.lastUsed, cause });
-        line += slice.size;
+            total.lost.append({ m_linesDone + 1, m_linesDone + slice.lastUsed, cause });
+        m_linesDone += slice.size;
         if (stored > 0)
             notify(siteId);
 
@@ -255,11 +264,8 @@ void Ingest::rollup(int siteId, const QSet<QDate> &days, const ProgressCallback 
     qint64 done = 0;
     for (const QDate day : days) {
         progress(QLatin1String("days"), done++, days.size());
-        QSqlQuery q;
-        q.prepare(QStringLiteral("SELECT vesk.rollup_day(?, ?)"));
-        q.addBindValue(siteId);
-        q.addBindValue(day);
-        db::exec(q);
+        if (!rollUp(siteId, day) && db::reopenIfLost())
+            rollUp(siteId, day);
     }
 }
 

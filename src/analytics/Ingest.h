@@ -56,6 +56,10 @@ public:
     /// the one before.
     Result ingest(int siteId, const QString &siteHost, const LineSource &nextLine);
 
+    /// The lines of the current or last ingest(), counted from its first one, that are settled:
+    /// stored, or lost. Blank lines count.
+    qint64 linesDone() const { return m_linesDone; }
+
     /// Recomputes the report lines of \a days. Before each \a progress is told, in days.
     static void rollup(
         int siteId, const QSet<QDate> &days, const ProgressCallback &progress = ignoreProgress);
@@ -85,6 +89,7 @@ private:
     QList<QByteArray> m_newVisits; ///< visitors whose session is the placeholder -1, -2, ...
     QHash<QString, QString> m_countries; ///< by address as logged; empty where none is known
     bool m_haveGeo = false;
+    qint64 m_linesDone = 0;
     HitWriter m_writer;
 };
 

@@ -1,5 +1,6 @@
 #include "analytics/RowBuilder.h"
 
+#include "analytics/PercentEncoding.h"
 #include "common/LineReader.h"
 
 #include <QCryptographicHash>
@@ -75,14 +76,16 @@ QByteArray rawPath(const QByteArray &target)
 
 QString decoded(const QByteArray &path)
 {
-    return QString::fromUtf8(path.contains('%') ? QByteArray::fromPercentEncoding(path) : path);
+    if (!path.contains('%')) // nearly always
+        return QString::fromUtf8(path);
+    return QString::fromUtf8(QByteArray::fromPercentEncoding(withStrayPercentsEscaped(path)));
 }
 
 /// Reads what a page's beacon reports, p the page's path and t the seconds that it was visible.
 /// False when that is nothing usable: no path, or seconds out of range or too few to be stored.
 bool readBeacon(const QByteArray &query, Row &row)
 {
-    const QUrlQuery parameters(QString::fromLatin1(query));
+    const QUrlQuery parameters(QString::fromLatin1(withStrayPercentsEscaped(query)));
     const auto value = [&parameters](QLatin1String key) {
         return parameters.queryItemValue(key, QUrl::FullyDecoded);
     };

@@ -1,5 +1,6 @@
 #include "analytics/SearchImport.h"
 
+#include "analytics/PercentEncoding.h"
 #include "common/Db.h"
 #include "common/StatementStream.h"
 
@@ -34,6 +35,13 @@ struct Target
 QString key(const QJsonObject &object, qsizetype i)
 {
     return object.value(QLatin1String("keys")).toArray().at(i).toString();
+}
+
+/// The decoded path of a page's URL.
+QString pathOf(const QString &url)
+{
+    const QByteArray text = withStrayPercentsEscaped(url.toUtf8());
+    return QUrl(QString::fromUtf8(text), QUrl::TolerantMode).path(QUrl::FullyDecoded);
 }
 
 Target target(int site, const QString &engine, const QJsonArray &totals)
@@ -130,9 +138,8 @@ SearchDay readSearchDay(const QJsonObject &object)
 
 SearchRow readSearchRow(const QJsonObject &object)
 {
-    return { readSearchDay(object), key(object, 1),
-        QUrl(key(object, 2), QUrl::TolerantMode).path(QUrl::FullyDecoded), key(object, 3).toLower(),
-        key(object, 4).toLower() };
+    return { readSearchDay(object), key(object, 1), pathOf(key(object, 2)),
+        key(object, 3).toLower(), key(object, 4).toLower() };
 }
 
 QString importSearchData(int site, const QString &engine, const QJsonObject &data, bool *ok,

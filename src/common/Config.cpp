@@ -1,5 +1,7 @@
 #include "common/Config.h"
 
+#include "common/FilePath.h"
+
 #include <QCommandLineOption>
 #include <QCommandLineParser>
 #include <QFileInfo>
@@ -19,7 +21,7 @@ QString configPath(const QCommandLineParser &parser)
         path = qEnvironmentVariable("VESK_CONFIG");
     if (path.isEmpty())
         path = QStringLiteral("/etc/hollowquarry/hollowquarry.ini");
-    if (QFileInfo(path).isFile())
+    if (QFileInfo(filePath(path)).isFile())
         return path;
     qCritical("config file not found: %s", qPrintable(path));
     return {};

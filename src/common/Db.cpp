@@ -171,12 +171,17 @@ bool ensure(bool force)
     return true;
 }
 
+bool reopenIfLost()
+{
+    QSqlDatabase db = QSqlDatabase::database(QLatin1String(QSqlDatabase::defaultConnection), false);
+    return !db.isOpen() && db.open();
+}
+
 Transaction::Transaction()
     : m_db(QSqlDatabase::database(QLatin1String(QSqlDatabase::defaultConnection), false))
 {
-    bool begun = m_db.isOpen() && m_db.transaction();
-    if (!begun && !m_db.isOpen()) // lost, maybe long ago, which only using it tells
-        begun = m_db.open() && m_db.transaction();
+    const bool begun = (m_db.isOpen() && m_db.transaction())
+        || (reopenIfLost() && m_db.transaction()); // lost, maybe long ago
     if (!begun)
         m_error = presentable(m_db.lastError());
 }

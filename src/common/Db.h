@@ -49,6 +49,10 @@ int schemaVersion();
 /// is not.
 bool ensure(bool force);
 
+/// Opens the connection anew when it is known to be lost, which only using it tells. True when it
+/// was lost and is open again.
+bool reopenIfLost();
+
 /// A transaction that is rolled back unless it was committed.
 class Transaction
 {

@@ -1,5 +1,7 @@
 #include "common/Gzip.h"
 
+#include "common/FilePath.h"
+
 #include <QFile>
 #include <QProcess>
 
@@ -30,8 +32,8 @@ bool isGzipName(const QString &path)
 
 QByteArray readMaybeGzip(const QString &path, bool *intact)
 {
-    QFile f(path);
-    const bool opened = f.open(QIODevice::ReadOnly);
+    QFile f;
+    const bool opened = openForReading(f, path);
     set(intact, opened);
     if (!opened)
         return {};

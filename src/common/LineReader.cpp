@@ -1,5 +1,6 @@
 #include "common/LineReader.h"
 
+#include "common/FilePath.h"
 #include "common/Gzip.h"
 
 #include <QProcess>
@@ -18,9 +19,8 @@ constexpr qsizetype kChunkBytes = qsizetype { 256 } * 1024;
 } // namespace
 
 LineReader::LineReader(const QString &path)
-    : m_file(path)
 {
-    if (!m_file.open(QIODevice::ReadOnly | QIODevice::Unbuffered) || !isGzipName(path))
+    if (!openForReading(m_file, path) || !isGzipName(path))
         return;
     m_gunzip = std::make_unique<QProcess>();
     m_gunzip->setStandardErrorFile(QProcess::nullDevice());

@@ -277,6 +277,20 @@ class Faults(unittest.TestCase):
         self.assertEqual(second.communicate(), ("example.org: rolled up 1 days\n", ""))
         self.assertEqual(self.requests(), "101")
 
+    def test_rollups_after_a_lost_connection(self):
+        for day in (8, 9, 10):
+            self.log.write_bytes(lines(1, 3).replace(b"[10/", b"[%02d/" % day))
+            self.admin("import-log", "example.org", self.log)
+        self.sql("TRUNCATE vesk.rollup")
+        holder = Session(self.name, "BEGIN", "LOCK vesk.rollup")
+        program = self.start("rollup", "example.org")
+        until(self.waiting)
+        psql(f"SELECT pg_terminate_backend(pid) FROM pg_stat_activity WHERE datname = '{self.name}' AND wait_event_type = 'Lock'")
+        holder.end()
+        out, err = program.communicate()
+        self.assertEqual((out, err.count("sql: ")), ("example.org: rolled up 3 days\n", 1), err)
+        self.assertEqual(self.sql("SELECT count(DISTINCT day) FROM vesk.rollup"), "3")
+
     def test_two_migrations(self):
         self.sql("DROP SCHEMA vesk CASCADE; CREATE SCHEMA vesk; CREATE TABLE vesk.schema_migrations"
                  " (version integer PRIMARY KEY, name text NOT NULL, applied_at timestamptz NOT NULL DEFAULT now())")

@@ -16,6 +16,8 @@ QByteArray request(const QByteArray &path, const QByteArray &day = "10")
 
 const QString kUnknown = "1||unknown site No.example (add it with add-site)\n";
 
+const QString kRefuse = "CREATE FUNCTION pg_temp.refuse() RETURNS trigger LANGUAGE plpgsql AS $$ BEGIN RAISE 'not now'; END $$;";
+
 } // namespace
 
 class TestCli : public QObject
@@ -86,6 +88,13 @@ private slots:
         QVERIFY(rest.startsWith("0|applied 006_health.sql\n") && rest.endsWith("schema at version 11 (6 applied)\n|"));
 
         startEmpty();
+        execute("CREATE SCHEMA vesk; CREATE TABLE vesk.schema_migrations (version integer PRIMARY KEY, name text NOT NULL);" + kRefuse
+            + "CREATE CONSTRAINT TRIGGER late AFTER INSERT ON vesk.schema_migrations DEFERRABLE INITIALLY DEFERRED "
+              "FOR EACH ROW EXECUTE FUNCTION pg_temp.refuse()");
+        QCOMPARE(admin("migrate"), "1||sql: ERROR:  not now"); // when the commit comes
+        QCOMPARE(value("SELECT to_regclass('vesk.users')"), "-");
+
+        startEmpty();
         execute("CREATE SCHEMA vesk; CREATE VIEW vesk.schema_migrations AS SELECT 0 AS version"); // which takes no notes
         const QString noted = admin("migrate");
         QVERIFY(noted.startsWith("1||sql: "));
@@ -149,6 +158,31 @@ private slots:
         QVERIFY(lines > 2000 && lines < 12001);
     }
 
+    /// A colon in front of a name means nothing, and an empty name no file.
+    void oddFileNames()
+    {
+        const QString folder = QFileInfo(m_database->config()).path();
+        const QString before = QDir::currentPath();
+        QVERIFY(QDir::setCurrent(folder) && QFile::copy("vesk.ini", "./:c"));
+        m_database->file("./:a", request("/a"));
+        m_database->file("./:gsc", R"({"totals": [{"keys": ["2024-05-01"]}]})");
+        m_database->file("./:csv", "10.0.0.0,10.0.9.9,DE\n" + QByteArray(1000, '\n'));
+        const std::pair<QStringList, QString> table[]
+            = { { { "import-log", "example.org", ":a", "" },
+                    "0|:a: 1 lines, 1 stored, 0 not log entries\n: 0 lines, 0 stored, 0 not log entries\nrolled up 1 days\n|" },
+                  { { "import-gsc", "example.org", ":gsc" }, "0|example.org: 1 days (2024-05-01 to 2024-05-01), 0 detail rows\n|" },
+                  { { "import-gsc", "example.org", "" }, "1|example.org: no daily totals in the data\n|" },
+                  { { "geoip-update", ":csv" }, "0|loaded 1 country ranges (IP data by DB-IP, CC BY 4.0)\n|" },
+                  { { "add-log", "example.org", ":log" }, "0|vesk-collect will follow :log\n|" },
+                  { { "add-log", "example.org", "" }, "1||the path of a log must not be empty\n" } };
+        for (const auto &[arguments, expected] : table) {
+            const Run run = runAdmin(QStringList { "-c", ":c" } + arguments);
+            QCOMPARE(joined({ QString::number(run.status), run.out, run.err }), expected);
+        }
+        QCOMPARE(value("SELECT path FROM vesk.log_sources"), folder + "/:log");
+        QVERIFY(QDir::setCurrent(before));
+    }
+
     void unknownSitesAreTold()
     {
         for (const char *command :
@@ -195,6 +229,8 @@ private slots:
             csv += "10.0." + QByteArray::number(i / 256) + '.' + QByteArray::number(i % 256) + ",10.0.9.9,DE\n";
         QCOMPARE(admin({ "geoip-update", m_database->file("ranges.csv", csv), "ignored" }),
             "0|loaded 1000 country ranges (IP data by DB-IP, CC BY 4.0)\n|");
+        execute(kRefuse + "CREATE TRIGGER t BEFORE TRUNCATE ON vesk.geo_country EXECUTE FUNCTION pg_temp.refuse()");
+        QCOMPARE(admin({ "geoip-update", m_database->file("again.csv", csv) }), "1|database error while loading\n|sql: ERROR:  not now");
         QCOMPARE(admin("geoip-update /nowhere.gz"), "1|that does not look like a DB-IP country file\n|");
         QCOMPARE(value("SELECT count(*) FROM vesk.geo_country"), "1000");
 

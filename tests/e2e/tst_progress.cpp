@@ -166,7 +166,7 @@ void TestProgress::signalsFindNoLine()
     QVERIFY(WIFSIGNALED(status));
     QCOMPARE(WTERMSIG(status), number);
     terminal.read(20000);
-    QCOMPARE(terminal.lines(), QStringList { {} });
+    QVERIFY(terminal.lines().value(0).startsWith("interrupted: " + m_path));
 }
 
 void TestProgress::referenceData_data()

@@ -102,9 +102,12 @@ private slots:
 
         const QByteArray labels = QByteArray("\u00e9.").repeated(254); // a host of 512 characters with its end
         row("https://" + labels + "com", "referral|" + labels + "com|");
+        row("https://a@" + labels + "com:443", "referral|" + labels + "com|");
+        row("https://" + QByteArray("%61.").repeated(200) + "com", "referral|" + QByteArray("a.").repeated(200) + "com|");
+        row("https://" + QByteArray("%61.").repeated(600) + "com", "referral|" + QByteArray("a.").repeated(600) + "com|");
         row("https://" + labels + "info?a", "referral|" + labels + "info|");
         row("https://" + labels + "xinfo#a", "direct||");
-        row("https://" + QByteArray("%61.").repeated(128) + "c", "direct||");
+        row("https://" + QByteArray("%C3%A9.").repeated(257) + "c", "direct||");
         row("https://" + labels.repeated(2) + "@a.example/" + labels.repeated(2), "referral|a.example|");
         row("https://" + QByteArray("ab.").repeated(1000) + "com/", "referral|" + QByteArray("ab.").repeated(1000) + "com|");
 

@@ -72,6 +72,8 @@ private slots:
         row("/\u00e9%C3%A9%c3%a9%FF", "GET|404|page|/\u00e9\u00e9\u00e9\ufffd");
         row("/a%3Fb%2523100%?c", "GET|404|page|/a?b%23100%");
         row("/a?b=c.css", "GET|404|page|/a");
+        row("/100%free%zz%u0041%2", "GET|404|page|/100%free%zz%u0041%2");
+        row("/a%20%zz", "GET|404|page|/a %zz");
         row("/a%2Ecss", "GET|404|other|/a.css");
         row("/VESK-B?p=/x&t=5", "GET|404|page|/VESK-B");
         row("/vesk-b/?p=/x&t=5", "GET|404|page|/vesk-b/");
@@ -80,6 +82,7 @@ private slots:
         row("/vesk-b?p=%2Fa&t=12.5", "BEACON|204|other|/a|12.5");
         row("/vesk-b?t=21600&p=/a", "BEACON|204|other|/a|21600");
         row("/vesk-b?p=/a&t=1e-3&p=/b&t=2", "BEACON|204|other|/a|0.001");
+        row("/vesk-b?p=/a%20%zz%2&t=1", "BEACON|204|other|/a %zz%2|1");
         row("/vesk-b?p=/+%25%C3%A9?b%3Fc&t=1", "BEACON|204|other|/+%\u00e9?b?c|1");
         row("Latin-1", "/vesk-b?p=/\xe9&t=1", "BEACON|204|other|/\u00e9|1");
         const QByteArray longest(2000, 'a');
