@@ -30,12 +30,28 @@ need_packages() {
             || die "packages are missing, install them as root: apt-get install ${missing[*]}"
         as_root=(sudo)
     fi
-    say "${as_root[*]:+sudo }apt-get install ${missing[*]}"
+    local log
+    log=$(dirname "${BASH_SOURCE[0]}")/../build/packages.log
+    mkdir -p "${log%/*}"
+    say "Debian packages are missing: ${missing[*]}"
     # Lists that cannot be refreshed may still be good enough to install from.
-    "${as_root[@]}" apt-get -q update >&2 || say "apt-get update failed, going on with the old lists"
-    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
-        apt-get -q install -y --no-install-recommends "${missing[@]}" >&2 \
-        || die "could not install ${missing[*]}"
+    "${as_root[@]}" apt-get -q update >"$log" 2>&1 \
+        || say "apt-get update failed, going on with the old lists"
+    say "${as_root[*]:+sudo }apt-get install: $(install_size "${missing[@]}")some minutes"
+    if ! "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get -q install -y --no-install-recommends "${missing[@]}" >>"$log" 2>&1; then
+        cat "$log" >&2
+        die "could not install ${missing[*]}"
+    fi
+}
+
+# What installing the named packages means, such as "212 packages, 230 MB to fetch, 900 MB on disk, ".
+install_size() {
+    LC_ALL=C apt-get -q --assume-no install --no-install-recommends "$@" 2>/dev/null \
+        | sed -nE 's/^.*, ([0-9]+) newly installed.*/\1 packages, /p
+                   s/^Need to get ([0-9.,]+ .?B)[ \/].*/\1 to fetch, /p
+                   s/^After this operation, ([0-9.,]+ .?B) of .*/\1 on disk, /p' \
+        | tr -d '\n' || true
 }
 
 # Sets server_bin to the folder of the newest server programs. Debian keeps them off the PATH.

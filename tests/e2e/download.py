@@ -22,12 +22,15 @@ SKIPPED = 77
 
 
 def enter_namespaces():
-    unshare = ["unshare", "--mount", "--net"] + ([] if os.geteuid() == 0 else ["--map-root-user"])
-    if subprocess.run(["sh", "-c", '"$@" mount -t tmpfs none /mnt 2>/dev/null', "sh", *unshare]).returncode != 0:
-        print("skipped: namespaces are not allowed here")
-        sys.exit(SKIPPED)
-    os.environ["IN_NAMESPACES"] = "1"
-    os.execvp(unshare[0], unshare + [sys.executable] + sys.argv)
+    """Goes on in namespaces where the loopback device and mounts can be changed."""
+    probe = "ip link set lo up && mount -t tmpfs none /mnt && test -e /etc/hosts -a -d /etc/ssl/certs"
+    for options in ([], ["--map-root-user"]):
+        unshare = ["unshare", "--mount", "--net", *options]
+        if subprocess.run([*unshare, "sh", "-c", probe], capture_output=True).returncode == 0:
+            os.environ["IN_NAMESPACES"] = "1"
+            os.execvp(unshare[0], unshare + [sys.executable] + sys.argv)
+    print("skipped: network and mount namespaces cannot be made here, or there is no /etc/hosts")
+    sys.exit(SKIPPED)
 
 
 def openssl(folder, *arguments):
@@ -89,9 +92,8 @@ class Server:
         self.http.server_close()
 
 
-def main():
+def main(folder):
     program = sys.argv[1]
-    folder = pathlib.Path(tempfile.mkdtemp())
     make_certificates(folder)
     take_over_the_names(folder)
     config = folder / "vesk.ini"
@@ -138,4 +140,5 @@ def main():
 
 if "IN_NAMESPACES" not in os.environ:
     enter_namespaces()
-main()
+with tempfile.TemporaryDirectory() as name:
+    main(pathlib.Path(name))

@@ -223,9 +223,8 @@ def check(database, log, entries, agents=0):
     assert database.rest() == before
 
 
-def main():
+def main(folder):
     program = sys.argv[1]
-    folder = pathlib.Path(tempfile.mkdtemp())
     entries = []
     for number, entry in enumerate(hostile_lines()):
         entries += [entry, neighbour(number)]
@@ -237,4 +236,5 @@ def main():
     print(f"{len(entries) // 2} hostile lines")
 
 
-main()
+with tempfile.TemporaryDirectory() as name:
+    main(pathlib.Path(name))
