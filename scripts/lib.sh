@@ -37,7 +37,7 @@ need_packages() {
     # Lists that cannot be refreshed may still be good enough to install from.
     "${as_root[@]}" apt-get -q update >"$log" 2>&1 \
         || say "apt-get update failed, going on with the old lists"
-    say "${as_root[*]:+sudo }apt-get install: $(install_size "${missing[@]}")some minutes"
+    say "${as_root[*]:+sudo }apt-get install: $(install_size "${missing[@]}")which takes some minutes"
     if ! "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
         apt-get -q install -y --no-install-recommends "${missing[@]}" >>"$log" 2>&1; then
         cat "$log" >&2
