@@ -4,7 +4,6 @@
 
 #include <QSqlError>
 #include <QSqlQuery>
-#include <QStringList>
 #include <QVariant>
 
 #include <utility>
@@ -19,11 +18,6 @@ constexpr int kSliceLines = 5000;
 constexpr qsizetype kSliceBytes = qsizetype { 8 } * 1024 * 1024;
 
 constexpr int kPollLines = 100;
-
-constexpr qint64 kSessionGapSeconds = 1800; // the longest gap that continues a visit
-constexpr qint64 kMsecsPerSecond = 1000;
-constexpr qsizetype kMaxSessions = 50000;
-constexpr qsizetype kMaxCountries = 200000;
 
 /// Collects the local calendar days of request times, which mostly come in order.
 class LocalDays
@@ -47,6 +41,19 @@ private:
     qint64 m_from = 0; ///< milliseconds since 1970 where the last day begins
     qint64 m_to = 0; ///< and where it ends
 };
+
+/// Draws numbers for \a count visits; none, and the reason in \a error, when that fails.
+QList<qint64> drawSessions(qsizetype count, QString *error)
+{
+    QSqlQuery q;
+    if (!q.exec(QStringLiteral("SELECT nextval('vesk.session_seq') FROM generate_series(1, %1)")
+                    .arg(count)))
+        *error = db::presentable(q.lastError());
+    QList<qint64> numbers;
+    while (q.next())
+        numbers.append(q.value(0).toLongLong());
+    return numbers;
+}
 
 void notify(int siteId)
 {
@@ -83,9 +90,33 @@ bool Ingest::init()
     if (!q.next())
         return false;
     m_secret = q.value(0).toString().toLatin1();
-    q.exec(QStringLiteral("SELECT EXISTS (SELECT 1 FROM vesk.geo_country)"));
-    m_haveGeo = q.next() && q.value(0).toBool();
+    m_countries.init();
     return true;
+}
+
+QByteArray Ingest::visitorHash(
+    int siteId, const QString &ip, const QByteArray &userAgent, QDate day) const
+{
+    return analytics::visitorHash(m_secret, siteId, ip, userAgent, day);
+}
+
+qint64 Ingest::sessionFor(const QByteArray &visitor, const QDateTime &at)
+{
+    QString error; // not reported
+    const auto draw = [&error](qsizetype count) { return drawSessions(count, &error); };
+    return m_visits.numbers({ { visitor, at } }, draw).first();
+}
+
+QString Ingest::country(const QString &ip)
+{
+    return m_countries.of(ip);
+}
+
+Ingest::Result Ingest::ingest(int siteId, const QString &siteHost, const QList<QByteArray> &lines)
+{
+    return ingest(siteId, siteHost, [&lines, i = qsizetype { 0 }]() mutable {
+        return i < lines.size() ? std::optional<QByteArrayView>(lines[i++]) : std::nullopt;
+    });
 }
 
 Ingest::Result Ingest::ingest(int siteId, const QString &siteHost, const LineSource &nextLine)
@@ -98,13 +129,11 @@ Ingest::Result Ingest::ingest(int siteId, const QString &siteHost, const LineSou
         const bool hasRows = !slice.rows.isEmpty();
         db::Transaction transaction;
         QString cause = transaction.error();
-        numberSessions(slice.rows, transaction.isOpen(), &cause);
-        if (transaction.isOpen())
-            assignCountries(slice.rows);
+        complete(slice.rows, transaction, &cause);
         if (transaction.isOpen())
             m_writer.send(siteId, slice.rows);
         slice.rows.clear();
-        pruneSessions();
+        m_visits.prune(QDateTime::currentDateTimeUtc());
         Slice next = readSlice(builder, nextLine);
         const int stored = m_writer.finish();
         if (!transaction.commit() && hasRows)
@@ -144,7 +173,6 @@ Ingest::Slice Ingest::readSlice(RowBuilder &builder, const LineSource &nextLine)
         slice.counts.skipped += outcome == RowBuilder::Outcome::NotAnEntry;
         if (outcome == RowBuilder::Outcome::Row) {
             days.add(row.log.at);
-            row.session = sessionFor(row.visitor, row.log.at);
             slice.rows.append(std::move(row));
         }
         if (slice.size % kPollLines == 0)
@@ -154,108 +182,26 @@ Ingest::Slice Ingest::readSlice(RowBuilder &builder, const LineSource &nextLine)
     return slice;
 }
 
-qint64 Ingest::sessionFor(const QByteArray &visitor, const QDateTime &at)
+/// Gives the rows what only the database knows: the numbers of their visits, with the reason in
+/// \a cause when none could be drawn, and their countries.
+void Ingest::complete(QList<Row> &rows, const db::Transaction &transaction, QString *cause)
 {
-    Session &session = m_sessions[visitor];
-    if (session.id == 0 || session.last.secsTo(at) > kSessionGapSeconds) {
-        m_newVisits.append(visitor);
-        session.id = -m_newVisits.size();
+    QList<Visits::Request> requests;
+    requests.reserve(rows.size());
+    QSet<QString> addresses;
+    for (const Row &row : rows) {
+        requests.append({ row.visitor, row.log.at });
+        addresses.insert(row.ip);
     }
-    if (!session.last.isValid())
-        m_idle.emplace(at.toMSecsSinceEpoch(), visitor);
-    if (!session.last.isValid() || at > session.last)
-        session.last = at;
-    return session.id;
-}
-
-/// Puts the numbers of new visits in the place of their placeholders.
-void Ingest::numberSessions(QList<Row> &rows, bool connected, QString *error)
-{
-    const QList<qint64> numbers = drawSessions(connected, error);
-    for (Row &row : rows) {
-        if (row.session < 0)
-            row.session = numbers[-row.session - 1];
-    }
-}
-
-/// Draws the numbers of all new visits, in their order, in one statement, and enters them into
-/// m_sessions. When that fails, with the reason in \a error, they are all 0, and a visitor's next
-/// request asks again.
-QList<qint64> Ingest::drawSessions(bool connected, QString *error)
-{
-    const QList<QByteArray> visitors = std::exchange(m_newVisits, {});
-    QList<qint64> numbers;
-    numbers.reserve(visitors.size());
-    if (connected && !visitors.isEmpty()) {
-        QSqlQuery q;
-        if (!q.exec(QStringLiteral("SELECT nextval('vesk.session_seq') FROM generate_series(1, %1)")
-                        .arg(visitors.size())))
-            *error = db::presentable(q.lastError());
-        while (q.next())
-            numbers.append(q.value(0).toLongLong());
-    }
-    numbers.resize(visitors.size());
-    for (qsizetype i = 0; i < visitors.size(); ++i)
-        m_sessions[visitors[i]].id = numbers[i];
-    return numbers;
-}
-
-/// Looks all addresses that are not remembered up in one statement: the range with the greatest
-/// start not above the address holds it, unless it ends below.
-void Ingest::assignCountries(QList<Row> &rows)
-{
-    if (!m_haveGeo)
+    const QList<qint64> sessions = m_visits.numbers(requests, [&](qsizetype count) {
+        return transaction.isOpen() ? drawSessions(count, cause) : QList<qint64>();
+    });
+    if (!transaction.isOpen())
         return;
-    QHash<QString, QString> found;
-    for (Row &row : rows) {
-        const auto known = m_countries.constFind(row.ip);
-        if (known != m_countries.constEnd())
-            row.country = *known;
-        else if (!row.ip.isEmpty())
-            found.insert(row.ip, {});
-    }
-    if (found.isEmpty())
-        return;
-
-    QSqlQuery q;
-    q.prepare(QStringLiteral(
-        "SELECT a.ip, g.country FROM unnest(CAST(? AS text[])) AS a (ip) CROSS JOIN LATERAL ("
-        "SELECT country, ip_to FROM vesk.geo_country WHERE ip_from <= CAST(a.ip AS inet) "
-        "ORDER BY ip_from DESC LIMIT 1) g WHERE g.ip_to >= CAST(a.ip AS inet)"));
-    q.addBindValue(u'{' + found.keys().join(u',') + u'}'); // addresses need no quoting
-    if (db::exec(q)) {
-        while (q.next())
-            found[q.value(0).toString()] = q.value(1).toString();
-    }
-    for (Row &row : rows) {
-        const auto country = found.constFind(row.ip);
-        if (country != found.constEnd())
-            row.country = *country;
-    }
-    for (auto it = found.cbegin(); it != found.cend(); ++it) {
-        if (m_countries.size() > kMaxCountries)
-            m_countries.clear();
-        m_countries.insert(it.key(), it.value());
-    }
-}
-
-/// Forgets the visits that nothing can continue any more, once there are many. Those that went on
-/// since they were queued are queued anew, so the table is never searched as a whole.
-void Ingest::pruneSessions()
-{
-    if (m_sessions.size() <= kMaxSessions)
-        return;
-    const qint64 cutoff
-        = QDateTime::currentMSecsSinceEpoch() - kSessionGapSeconds * kMsecsPerSecond;
-    while (!m_idle.empty() && m_idle.top().first < cutoff) {
-        const QByteArray visitor = m_idle.top().second;
-        m_idle.pop();
-        const auto session = m_sessions.constFind(visitor);
-        const qint64 last = session->last.toMSecsSinceEpoch();
-        if (last < cutoff)
-            m_sessions.erase(session);
-        else
-            m_idle.emplace(last, visitor);
+    m_countries.lookUp(addresses);
+    for (qsizetype i = 0; i < rows.size(); ++i) {
+        rows[i].session = sessions[i];
+        rows[i].country = country(rows[i].ip);
     }
 }
 

@@ -1,23 +1,25 @@
 #pragma once
 
+#include "analytics/Countries.h"
 #include "analytics/HitWriter.h"
 #include "analytics/RowBuilder.h"
+#include "analytics/Visits.h"
 #include "common/ProgressCallback.h"
 
 #include <QByteArray>
 #include <QByteArrayView>
 #include <QDate>
 #include <QDateTime>
-#include <QHash>
 #include <QList>
 #include <QSet>
 #include <QString>
 
 #include <functional>
 #include <optional>
-#include <queue>
-#include <utility>
-#include <vector>
+
+namespace vesk::db {
+class Transaction;
+}
 
 namespace vesk::analytics {
 
@@ -51,10 +53,24 @@ public:
     /// Reads from the database what the import needs. False when it has no visitor secret.
     bool init();
 
+    /// The hash that stands for a visitor, see analytics::visitorHash().
+    QByteArray visitorHash(
+        int siteId, const QString &ip, const QByteArray &userAgent, QDate day) const;
+
+    /// The number of the visit that a request at \a at (UTC) belongs to; 0 when a new one begins
+    /// and the database gives no number.
+    qint64 sessionFor(const QByteArray &visitor, const QDateTime &at);
+
+    /// The two-letter country code of a valid address; empty when there is none, or no address.
+    QString country(const QString &ip);
+
     /// Imports the lines for the site with id \a siteId and the lower-case host name \a siteHost,
     /// one transaction for each slice of 5,000 lines. A slice is prepared while the database stores
     /// the one before.
     Result ingest(int siteId, const QString &siteHost, const LineSource &nextLine);
+
+    /// The same, of lines that are all there.
+    Result ingest(int siteId, const QString &siteHost, const QList<QByteArray> &lines);
 
     /// The lines of the current or last ingest(), counted from its first one, that are settled:
     /// stored, or lost. Blank lines count.
@@ -65,30 +81,14 @@ public:
         int siteId, const QSet<QDate> &days, const ProgressCallback &progress = ignoreProgress);
 
 private:
-    struct Session
-    {
-        qint64 id = 0; ///< 0 none yet, negative a placeholder
-        QDateTime last; ///< UTC, the latest request seen
-    };
-    using IdleSince = std::pair<qint64, QByteArray>; ///< milliseconds since 1970, visitor hash
     struct Slice;
 
     Slice readSlice(RowBuilder &builder, const LineSource &nextLine);
-    /// The visit of a request by \a visitor: its number, or a negative placeholder when a new visit
-    /// begins, whose number drawSessions() will draw.
-    qint64 sessionFor(const QByteArray &visitor, const QDateTime &at);
-    void numberSessions(QList<Row> &rows, bool connected, QString *error);
-    void assignCountries(QList<Row> &rows);
-    QList<qint64> drawSessions(bool connected, QString *error);
-    void pruneSessions();
+    void complete(QList<Row> &rows, const db::Transaction &transaction, QString *cause);
 
     QByteArray m_secret;
-    QHash<QByteArray, Session> m_sessions; ///< by visitor hash
-    /// Each visitor once, by a time of its session that may be outdated: the earliest is on top.
-    std::priority_queue<IdleSince, std::vector<IdleSince>, std::greater<>> m_idle;
-    QList<QByteArray> m_newVisits; ///< visitors whose session is the placeholder -1, -2, ...
-    QHash<QString, QString> m_countries; ///< by address as logged; empty where none is known
-    bool m_haveGeo = false;
+    Visits m_visits;
+    Countries m_countries;
     qint64 m_linesDone = 0;
     HitWriter m_writer;
 };

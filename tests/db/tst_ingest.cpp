@@ -15,15 +15,6 @@ namespace {
 
 using Lines = QList<QByteArray>;
 
-/// Requests, each written as the address and the time on the 10th, in UTC.
-Lines requests(const QString &list)
-{
-    Lines lines;
-    for (const QString &request : words(list))
-        lines += logLine(request.section(u'@', 0, 0).toLatin1(), "10/" + request.section(u'@', 1).toLatin1() + " +0000");
-    return lines;
-}
-
 QString stored(const char *columns)
 {
     return rows(QStringLiteral("SELECT %1 FROM vesk.hits ORDER BY id").arg(QLatin1String(columns))).join(u',');
@@ -108,34 +99,19 @@ private slots:
         QVERIFY(driver->unsubscribeFromNotification("vesk_hits"));
     }
 
-    void numbersVisits_data()
-    {
-        const Table row; // of requests; the numbers are expected in the order of the lines
-        row("gap of 1800 s", "a@10:00:00 a@10:30:00 a@11:00:00", "1,1,1");
-        row("gap of 1801 s", "a@10:00:00 a@10:30:01", "1,2");
-        row("out of order", "a@10:30:00 a@10:00:00 a@11:00:00 a@11:00:01", "1,1,1,1");
-        row("gap counts from the latest", "a@10:30:00 a@10:00:00 a@11:00:01", "1,1,2");
-        row("in line order", "b@10:00:00 a@10:00:00 b@10:00:01 b@12:00:00 c@10:00:00 b@12:00:01", "1,2,1,3,4,3");
-    }
-
-    void numbersVisits()
-    {
-        QFETCH(QByteArray, text);
-        importLines(requests(text));
-        QTEST(stored("session_id"), "expected");
-        QCOMPARE(value("SELECT last_value FROM vesk.session_seq"), value("SELECT max(session_id) FROM vesk.hits")); // none is wasted
-    }
-
     void visitsGoOnFromFileToFile()
     {
         Ingest ingest;
         QVERIFY(ingest.init());
-        const Lines midnight { logLine("a", "11/00:59:59 +0100"), logLine("a", "11/01:00:00 +0100") }; // in UTC
-        ingest.ingest(1, "example.org", lineSource(requests("a@23:40:00")));
-        ingest.ingest(1, "example.org", lineSource(midnight));
-        ingest.ingest(2, "other.example", lineSource(requests("a@23:50:00")));
+        ingest.ingest(1, "example.org", Lines { logLine("a", "10/23:40:00 +0000") });
+        ingest.ingest(1, "example.org", Lines { logLine("a", "11/00:59:59 +0100"), logLine("a", "11/01:00:00 +0100") }); // midnight, UTC
+        ingest.ingest(2, "other.example", Lines { logLine("a", "10/23:50:00 +0000") });
         QCOMPARE(stored("site_id || ':' || session_id"), "1:1,1:1,1:2,2:3");
         QCOMPARE(value("SELECT count(DISTINCT visitor) FROM vesk.hits"), "3");
+        const QByteArray visitor = ingest.visitorHash(2, "a", "UA", QDate(2026, 3, 10));
+        QCOMPARE(ingest.sessionFor(visitor, QDateTime(QDate(2026, 3, 11), QTime(0, 20), Qt::UTC)), 3);
+        QCOMPARE(ingest.sessionFor(visitor, QDateTime(QDate(2026, 3, 11), QTime(0, 51), Qt::UTC)), 4);
+        QCOMPARE(value("SELECT last_value FROM vesk.session_seq"), "4"); // none is wasted
     }
 
     /// Past 50,000 visitors those that were idle for long are forgotten after each slice: here all.

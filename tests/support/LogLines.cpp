@@ -7,15 +7,10 @@ QByteArray logLine(const QByteArray &address, const QByteArray &time, const QByt
     return address + " - - [" + time.first(3) + "Mar/2026:" + time.sliced(3) + "] " + rest;
 }
 
-Ingest::LineSource lineSource(const QList<QByteArray> &lines)
-{
-    return [lines, i = qsizetype(0)]() mutable { return i < lines.size() ? std::optional<QByteArrayView>(lines[i++]) : std::nullopt; };
-}
-
 Ingest::Result importLines(const QList<QByteArray> &lines)
 {
     Ingest ingest;
     if (!ingest.init())
         qFatal("no secret");
-    return ingest.ingest(1, "example.org", lineSource(lines));
+    return ingest.ingest(1, "example.org", lines);
 }

@@ -10,8 +10,5 @@
 QByteArray logLine(
     const QByteArray &address, const QByteArray &time = "10/12:00:00 +0000", const QByteArray &rest = R"("GET / HTTP/1.1" 200 5 "-" "UA")");
 
-/// Gives one of \a lines after the other.
-vesk::analytics::Ingest::LineSource lineSource(const QList<QByteArray> &lines);
-
 /// Imports \a lines for the site with id 1, example.org.
 vesk::analytics::Ingest::Result importLines(const QList<QByteArray> &lines);
