@@ -1,0 +1,46 @@
+#pragma once
+
+#include <QString>
+
+#include <optional>
+
+namespace vesk::report {
+
+/// A figure; absent when there is nothing to tell, which is not zero.
+using Value = std::optional<double>;
+
+/// What a figure counts, which says how it is written and compared.
+enum class Unit {
+    Count,
+    Mean,
+    Rate, ///< a part of 1
+    Seconds,
+    Position,
+    Bytes,
+    Microseconds,
+};
+
+/// A figure for people, such as "1,234", "12.3 %", "2:16", "4.5 MB" or "-".
+QString show(Value value, Unit unit);
+
+/// How a figure changed: in percent, rates in percentage points, positions by their difference.
+QString change(Value now, Value before, Unit unit);
+
+/// 1,234,567
+QString number(double value, int decimals = 0);
+
+/// "1 day", "3 days"
+QString counted(qint64 count, const QString &one);
+
+/// \a text without what a terminal would obey, what would turn the reading order around and what is
+/// no character: they become replacement characters. Paths, referrers and search terms are what
+/// strangers sent.
+QString clean(const QString &text);
+
+/// \a text, cleaned, in at most \a columns of a terminal. East Asian characters and emoji take two.
+QString fit(const QString &text, int columns);
+
+/// How many of them it takes.
+int columnsOf(const QString &text);
+
+} // namespace vesk::report

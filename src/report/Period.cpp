@@ -1,0 +1,82 @@
+#include "report/Period.h"
+
+#include <QLocale>
+#include <QRegularExpression>
+
+namespace vesk::report {
+
+namespace {
+
+constexpr qint64 kMostDays = 3660;
+
+/// An exact yyyy-MM-dd: Qt would take digits of other scripts and signs, too.
+QDate parseDay(const QString &text)
+{
+    static const QRegularExpression form(QStringLiteral("^[1-9][0-9]{3}-[0-9]{2}-[0-9]{2}$"));
+    return form.match(text).hasMatch() ? QDate::fromString(text, Qt::ISODate) : QDate();
+}
+
+std::optional<Period> parseCalendarWord(const QString &text, const Calendar &calendar)
+{
+    if (text == QLatin1String("today"))
+        return Period { calendar.today, calendar.today };
+    if (text == QLatin1String("yesterday"))
+        return Period { calendar.today.addDays(-1), calendar.today.addDays(-1) };
+    if (text == QLatin1String("week"))
+        return daysUpTo(calendar.lastComplete, 7);
+    if (text == QLatin1String("month"))
+        return daysUpTo(calendar.lastComplete, 30);
+    return {};
+}
+
+QString formatted(QDate day, const char *format)
+{
+    return QLocale::c().toString(day, QLatin1String(format));
+}
+
+} // namespace
+
+std::optional<Period> parsePeriod(const QString &text, const Calendar &calendar)
+{
+    if (const auto period = parseCalendarWord(text, calendar))
+        return period;
+    Period period;
+    if (const qsizetype dots = text.indexOf(QLatin1String("..")); dots >= 0) {
+        period = { parseDay(text.left(dots)), parseDay(text.mid(dots + 2)) };
+    } else if (text.size() == 4) {
+        period.first = parseDay(text + QLatin1String("-01-01"));
+        period.last = period.first.addYears(1).addDays(-1);
+    } else if (text.size() == 7) {
+        period.first = parseDay(text + QLatin1String("-01"));
+        period.last = period.first.addMonths(1).addDays(-1);
+    } else {
+        period.first = period.last = parseDay(text);
+    }
+    if (!period.first.isValid() || !period.last.isValid() || period.days() < 1
+        || period.days() > kMostDays)
+        return {};
+    return period;
+}
+
+Period daysUpTo(QDate last, int count)
+{
+    return { last.addDays(1 - count), last };
+}
+
+QString dayName(QDate day)
+{
+    return formatted(day, "d MMMM yyyy");
+}
+
+QString periodName(const Period &period)
+{
+    const auto [first, last] = period;
+    if (first == last)
+        return dayName(last);
+    const char *shortest = first.year() != last.year() ? "d MMMM yyyy"
+        : first.month() != last.month()                ? "d MMMM"
+                                                       : "d";
+    return formatted(first, shortest) + QLatin1String(" to ") + dayName(last);
+}
+
+} // namespace vesk::report

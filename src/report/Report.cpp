@@ -1,0 +1,34 @@
+#include "report/Report.h"
+
+#include <QLocale>
+
+namespace vesk::report {
+
+QList<List> pick(const QList<List> &lists, std::initializer_list<const char *> ids)
+{
+    QList<List> picked;
+    for (const char *id : ids) {
+        for (const List &list : lists) {
+            if (list.id == QLatin1String(id))
+                picked += list;
+        }
+    }
+    return picked;
+}
+
+QString siteTitle(const Report &report)
+{
+    const bool isNamed = !report.siteName.isEmpty() && report.siteName != report.host;
+    return isNamed ? report.host + QStringLiteral(" · ") + report.siteName : report.host;
+}
+
+QString periodTitle(const Report &report)
+{
+    const QString name = periodName(report.period);
+    if (report.period.days() > 1)
+        return QStringLiteral("%1 (%2)").arg(
+            name, counted(report.period.days(), QStringLiteral("day")));
+    return QLocale::c().dayName(report.period.first.dayOfWeek()) + QLatin1String(", ") + name;
+}
+
+} // namespace vesk::report

@@ -1,0 +1,120 @@
+#pragma once
+
+#include "report/Format.h"
+#include "report/Period.h"
+
+#include <QDateTime>
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+/// What there is to say about a site in a period, as plain values. The reader fills it, the writers
+/// show it. Texts are as stored: each writer makes them safe for its medium.
+namespace vesk::report {
+
+/// A total, of people and of everyone (people and unverified browsers), next to the period before.
+struct Figure
+{
+    QString id; ///< the name in JSON
+    QString name;
+    Unit unit = Unit::Count;
+    Value people {};
+    Value peopleBefore {};
+    Value everyone {};
+    Value everyoneBefore {};
+    QString meaning {}; ///< of totals that are the same for both
+};
+
+struct Column
+{
+    QString id; ///< the name in JSON
+    QString head;
+    Unit unit = Unit::Count;
+};
+
+struct Row
+{
+    QString key; ///< a path, a code, a name
+    QString name; ///< how it is shown when that is not the key
+    QString detail; ///< what is shown with it: the kind of a source, where a missing file is linked
+    QList<Value> values; ///< one for each column
+    Value before {}; ///< the first one in the period before
+
+    const QString &shown() const { return name.isEmpty() ? key : name; }
+};
+
+/// The first rows of a table, the most important ones first.
+struct List
+{
+    QString id; ///< the name in JSON
+    QString title;
+    Column key; ///< of the rows' keys; its unit means nothing
+    QString detailId {}; ///< the name of details in JSON; empty when there are none
+    QList<Column> columns {};
+    QList<Row> rows {};
+    qint64 total = 0; ///< how many rows there are
+    QString note {};
+};
+
+/// The course of something, as bars. The first column is a bar, a second one of the same unit
+/// stands on top of it.
+struct Chart
+{
+    List numbers; ///< rows without values are gaps
+    bool stacked = true;
+    QStringList ticks {}; ///< below the bars; empty where there is none
+};
+
+/// What the web server did, from the single requests.
+struct Server
+{
+    bool known = false; ///< false when there are no requests to read
+    bool complete = false; ///< no request of the period has been deleted
+    QString note {}; ///< why not
+    QList<Figure> totals {}; ///< in everyone
+    Chart days {};
+    QList<List> lists {};
+};
+
+struct SearchEngine
+{
+    QString name;
+    QDate newest; ///< engines report days later
+    QList<Figure> figures; ///< in everyone and everyoneBefore
+};
+
+struct Search
+{
+    Period period;
+    QList<SearchEngine> engines;
+    List queries;
+};
+
+struct Report
+{
+    QString host;
+    QString siteName;
+    Period period;
+    Period before;
+    bool compared = false; ///< with the period before
+    QStringList notes; ///< on gaps, on the newest day, on what it is compared with
+    bool everyone = false; ///< the lists count unverified browsers, too
+
+    QList<Figure> totals;
+    QList<Figure> requests;
+    QList<Chart> charts; ///< the course, weekdays for four weeks or more, hours
+    QList<List> lists; ///< of the roll-up, and of visits when there are requests to read
+    Server server;
+    Search search;
+};
+
+/// Those of \a lists that are there, in the order of \a ids.
+QList<List> pick(const QList<List> &lists, std::initializer_list<const char *> ids);
+
+/// "example.org · Garden notes"
+QString siteTitle(const Report &report);
+
+/// "Monday, 2 March 2026", "1 to 3 March 2026 (3 days)"
+QString periodTitle(const Report &report);
+
+} // namespace vesk::report

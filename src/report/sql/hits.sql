@@ -1,0 +1,120 @@
+-- What only the single requests tell, in one statement. What stands in braces are the rules of
+-- vesk.rollup_day, taken from its script. Scanners, crawlers, people and unverified browsers are told
+-- apart, and visits begin and end, as there.
+WITH hit AS NOT MATERIALIZED (
+    SELECT at::date AS day, method <> 'BEACON' AS is_request, *
+    FROM vesk.hits
+    WHERE site_id = :site AND at >= CAST(:first AS date)::timestamptz
+          AND at < (CAST(:last AS date) + 1)::timestamptz
+), file AS MATERIALIZED (
+    SELECT path, status, is_page, is_request, count(*) AS requests, sum(bytes) AS bytes
+    FROM hit
+    GROUP BY path, status, is_page, is_request
+), answer AS (
+    SELECT * FROM file WHERE is_request
+), known AS MATERIALIZED (
+    -- The offset keeps the patterns from being applied to each single request.
+    SELECT *
+    FROM (SELECT path, path COLLATE "C" ~* {probe} AS probe, path COLLATE "C" ~* {asset} AS asset
+          FROM (SELECT DISTINCT path FROM file OFFSET 0) AS p) AS k
+    WHERE probe OR asset
+), gone AS MATERIALIZED (
+    SELECT path, day, visitor, count(*) AS requests, bool_or(status = 404) AS not_found
+    FROM hit
+    WHERE is_request AND status IN (404, 410)
+    GROUP BY path, day, visitor
+), sweeper AS (
+    SELECT day, visitor FROM gone WHERE not_found GROUP BY day, visitor HAVING count(*) >= {sweep}
+), act AS (
+    SELECT day, visitor, count(*) FILTER (WHERE is_request) AS requests,
+           sum(bytes) FILTER (WHERE is_request) AS bytes,
+           bool_or(probe IS TRUE) AS probed,
+           bool_or(bot IS NULL) AS browser,
+           bool_or(bot IS NULL
+                   AND (NOT is_request OR is_page AND source_kind NOT IN ('direct', 'internal')
+                        OR NOT is_page AND status IN (200, 304) AND asset IS TRUE)) AS browsed
+    FROM hit LEFT JOIN known USING (path)
+    GROUP BY day, visitor
+), visitor AS MATERIALIZED (
+    SELECT day, visitor, requests, bytes,
+           CASE WHEN probed OR sweeper.visitor IS NOT NULL THEN 'scanners'
+                WHEN NOT browser THEN 'crawlers'
+                WHEN browsed THEN 'people'
+                ELSE 'unverified' END AS kind
+    FROM act LEFT JOIN sweeper USING (day, visitor)
+), visit AS MATERIALIZED (
+    SELECT DISTINCT ON (day, session_id)
+           path AS entry, last_value(path) OVER visit AS exit, count(*) OVER visit AS views,
+           extract(epoch FROM max(at) OVER visit - at) AS seconds
+    FROM hit JOIN visitor USING (day, visitor)
+    WHERE is_page AND method = 'GET' AND status BETWEEN 200 AND 299
+          AND (kind = 'people' OR kind = 'unverified' AND :scope = 'all')
+    WINDOW visit AS (PARTITION BY day, session_id ORDER BY at, id
+                     ROWS BETWEEN UNBOUNDED PRECEDING AND UNBOUNDED FOLLOWING)
+    ORDER BY day, session_id, at, id
+), link AS (
+    SELECT path, mode() WITHIN GROUP (ORDER BY referrer) AS referrer
+    FROM hit
+    WHERE status IN (404, 410) AND referrer IS NOT NULL
+    GROUP BY path
+), line (list, key, detail, v1, v2, v3, place) AS (
+    SELECT 'day', day::text, '', sum(requests), sum(bytes), NULL::numeric,
+           day - date '2000-01-01'
+    FROM visitor GROUP BY day
+    UNION ALL
+    SELECT 'client', kind, '', sum(requests), sum(bytes), count(*), 0 FROM visitor GROUP BY kind
+    UNION ALL
+    SELECT 'address', host(ip), '', count(*), sum(hit.bytes), NULL, 0
+    FROM hit JOIN visitor USING (day, visitor)
+    WHERE :addresses AND is_request AND kind = 'scanners' AND ip IS NOT NULL
+    GROUP BY ip
+    UNION ALL
+    SELECT 'class', status / 100 || 'xx', '', sum(requests), sum(bytes), NULL, status / 100
+    FROM answer GROUP BY status / 100
+    UNION ALL
+    SELECT 'status', status::text, '', sum(requests), sum(bytes), NULL, status
+    FROM answer GROUP BY status
+    UNION ALL
+    SELECT 'missing', path, referrer, sum(gone.requests),
+           coalesce(sum(gone.requests) FILTER (WHERE kind = 'scanners'), 0), NULL, 0
+    FROM gone JOIN visitor USING (day, visitor) LEFT JOIN link USING (path)
+    GROUP BY path, referrer
+    UNION ALL
+    SELECT 'error', path, status::text, sum(requests), NULL, NULL, 0
+    FROM answer WHERE status >= 500 GROUP BY path, status
+    UNION ALL
+    SELECT 'download', path, '', sum(bytes), sum(requests), NULL, 0
+    FROM answer
+    WHERE NOT is_page AND status IN (200, 206) AND path ~* '\.[a-z0-9]+$'
+          AND path !~* ('\.(css|m?js|map|json|xml|xhtml|rss|atom|webmanifest|png|jpe?g|gif|svg|webp|avif'
+                        '|ico|bmp|woff2?|ttf|otf|eot)$|/(robots|ads|humans|security)\.txt$')
+    GROUP BY path
+    UNION ALL
+    SELECT 'type', CASE WHEN is_page THEN 'pages'
+                        ELSE coalesce(lower(substring(path FROM '\.([A-Za-z0-9]{1,8})$')), 'other') END
+           AS type, '', sum(bytes), sum(requests), NULL, 0
+    FROM answer GROUP BY type
+    UNION ALL
+    SELECT 'entry', entry, '', count(*), NULL, NULL, 0 FROM visit GROUP BY entry
+    UNION ALL
+    SELECT 'exit', exit, '', count(*), NULL, NULL, 0 FROM visit GROUP BY exit
+    UNION ALL
+    SELECT 'length', place::text, '', count(*), NULL, NULL, place
+    FROM (SELECT width_bucket(seconds, '{0.000001,10,30,60,180,600,1800}') AS place FROM visit) AS v
+    GROUP BY place
+    UNION ALL
+    SELECT 'depth', place::text, '', count(*), NULL, NULL, place
+    FROM (SELECT width_bucket(views, '{2,3,4,5,6,11,21}') AS place FROM visit) AS v
+    GROUP BY place
+), ranked AS (
+    SELECT *, row_number() OVER (PARTITION BY list
+                                 ORDER BY place, v1 DESC, v2 DESC, key COLLATE "C", detail) AS rank,
+           count(*) OVER (PARTITION BY list) AS total,
+           sum(v1) OVER (PARTITION BY list) AS whole
+    FROM line
+)
+SELECT list, key, detail, v1::float8, v2::float8, v3::float8, NULL::float8, NULL::float8,
+       total, whole::float8
+FROM ranked
+WHERE rank <= :rows OR list = 'day'
+ORDER BY list, rank
