@@ -32,13 +32,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const analytics::Source source = analytics::classifySource(referrer, target, host);
     fuzz::checkSource(source);
 
-    const analytics::Source campaign = analytics::classifyCampaign(target);
-    const analytics::Source byReferrer = analytics::classifyReferrer(referrer, host);
+    const analytics::Source campaign = analytics::classifySource({}, target, host);
+    const analytics::Source byReferrer = analytics::classifySource(referrer, {}, host);
     fuzz::checkSource(byReferrer);
     fuzz::check(byReferrer.kind != QLatin1String("campaign"), "no referrer is a campaign");
-    if (campaign.kind.isNull()) {
+    if (!analytics::namesCampaign(target)) {
         fuzz::check(
-            campaign.name.isEmpty() && campaign.searchTerms.isEmpty(), "no campaign has no name");
+            campaign.kind == QLatin1String("direct"), "no campaign and no referrer is direct");
         fuzz::check(same(source, byReferrer), "without a campaign the referrer decides");
     } else {
         fuzz::check(campaign.kind == QLatin1String("campaign") && target.contains('?'),

@@ -273,21 +273,16 @@ Source classifyApp(const QString &package)
     return { QStringLiteral("referral"), package, {} };
 }
 
-} // namespace
-
-Client classifyClient(const QByteArray &userAgent)
-{
-    const QString text = QString::fromUtf8(userAgent);
-    const QByteArray ua = text.toUtf8(); // without malformed sequences
-    return { crawlerName(text), deviceClass(ua), browserFamily(ua), osFamily(ua) };
-}
-
-Source classifyCampaign(const QByteArray &target)
+/// The campaign that a request target names; a null kind when it names none.
+Source campaign(const QByteArray &target)
 {
     const qsizetype mark = target.indexOf('?');
     if (mark < 0)
         return {};
-    const QUrlQuery query(QString::fromUtf8(target.sliced(mark + 1)));
+    const QByteArray text = target.sliced(mark + 1);
+    if (!text.contains("utm_source") && !text.contains('%')) // which may hide the word
+        return {};
+    const QUrlQuery query(QString::fromUtf8(text));
     const QString source = parameter(query, "utm_source");
     if (source.isEmpty())
         return {};
@@ -327,10 +322,24 @@ Source classifyReferrer(const QByteArray &referrer, const QString &siteHost)
     return source;
 }
 
+} // namespace
+
+Client classifyClient(const QByteArray &userAgent)
+{
+    const QString text = QString::fromUtf8(userAgent);
+    const QByteArray ua = text.toUtf8(); // without malformed sequences
+    return { crawlerName(text), deviceClass(ua), browserFamily(ua), osFamily(ua) };
+}
+
+bool namesCampaign(const QByteArray &target)
+{
+    return !campaign(target).kind.isEmpty();
+}
+
 Source classifySource(const QByteArray &referrer, const QByteArray &target, const QString &siteHost)
 {
-    const Source campaign = classifyCampaign(target);
-    return campaign.kind.isEmpty() ? classifyReferrer(referrer, siteHost) : campaign;
+    const Source named = campaign(target);
+    return named.kind.isEmpty() ? classifyReferrer(referrer, siteHost) : named;
 }
 
 bool isPage(const QByteArray &method, const QString &path)

@@ -25,15 +25,12 @@ struct Source
 /// The client behind the raw bytes of a user-agent header, which are empty when it was not sent.
 Client classifyClient(const QByteArray &userAgent);
 
-/// The campaign that the query of a request target names in utm_source; a null kind when it names
-/// none.
-Source classifyCampaign(const QByteArray &target);
+/// Whether the query of a request target names a campaign, in utm_source.
+bool namesCampaign(const QByteArray &target);
 
-/// The source that the raw bytes of a referrer header tell. \a siteHost is the site's own host name
-/// in lower case, with or without www.
-Source classifyReferrer(const QByteArray &referrer, const QString &siteHost);
-
-/// The source of a request: its campaign, else its referrer.
+/// The source of a request: the campaign that its target names, else what the raw bytes of its
+/// referrer header tell. \a siteHost is the site's own host name in lower case, with or without
+/// www.
 Source classifySource(
     const QByteArray &referrer, const QByteArray &target, const QString &siteHost);
 

@@ -1,7 +1,7 @@
 #include "analytics/RowBuilder.h"
 
 #include "analytics/PercentEncoding.h"
-#include "common/LineReader.h"
+#include "common/LineLimit.h"
 
 #include <QCryptographicHash>
 #include <QHostAddress>
@@ -98,23 +98,14 @@ bool readBeacon(const QByteArray &query, Row &row)
     return *row.engagedSecs > 0;
 }
 
-/// What is hashed before the address and the user agent.
-QByteArray hashPrefix(const QByteArray &secret, int siteId, QDate day)
-{
-    return secret + day.toString(Qt::ISODate).toLatin1() + QByteArray::number(siteId);
-}
-
-QByteArray shortHash(const QByteArray &bytes)
-{
-    return QCryptographicHash::hash(bytes, QCryptographicHash::Sha256).first(kHashBytes);
-}
-
 } // namespace
 
 QByteArray visitorHash(
     const QByteArray &secret, int siteId, const QString &ip, const QByteArray &userAgent, QDate day)
 {
-    return shortHash(hashPrefix(secret, siteId, day) + ip.toLatin1() + userAgent);
+    const QByteArray bytes = secret + day.toString(Qt::ISODate).toLatin1()
+        + QByteArray::number(siteId) + ip.toLatin1() + userAgent;
+    return QCryptographicHash::hash(bytes, QCryptographicHash::Sha256).first(kHashBytes);
 }
 
 bool isAddress(const QString &text)
@@ -140,7 +131,7 @@ RowBuilder::RowBuilder(const QByteArray &secret, int siteId, const QString &site
 
 RowBuilder::Outcome RowBuilder::build(QByteArrayView line, Row &row)
 {
-    const bool overlong = line.size() > LineReader::kMaxLineBytes;
+    const bool overlong = line.size() > kMaxLineBytes;
     if (!overlong && isBlank(line))
         return Outcome::Blank;
     std::optional<LogLine> log = overlong ? std::nullopt : parseCombined(line);
@@ -175,16 +166,9 @@ RowBuilder::Outcome RowBuilder::build(QByteArrayView line, Row &row)
 
 Source RowBuilder::source(const LogLine &log)
 {
-    // Most targets name no campaign. A percent sign may hide the word.
-    const bool maybeCampaign = log.target.contains('?')
-        && (log.target.contains("utm_source") || log.target.contains('%'));
-    if (maybeCampaign) {
-        Source campaign = classifyCampaign(log.target);
-        if (!campaign.kind.isEmpty())
-            return campaign;
-    }
-    return m_referrers.get(
-        log.referrer, [this, &log] { return classifyReferrer(log.referrer, m_siteHost); });
+    const auto classify
+        = [this, &log] { return classifySource(log.referrer, log.target, m_siteHost); };
+    return namesCampaign(log.target) ? classify() : m_referrers.get(log.referrer, classify);
 }
 
 QByteArray RowBuilder::visitor(const LogLine &log)
@@ -193,10 +177,9 @@ QByteArray RowBuilder::visitor(const LogLine &log)
     if (day != m_visitorDay) {
         m_visitors.clear();
         m_visitorDay = day;
-        m_hashPrefix = hashPrefix(m_secret, m_siteId, day);
     }
-    const QByteArray client = log.ip.toLatin1() + log.userAgent;
-    return m_visitors.get(client, [&] { return shortHash(m_hashPrefix + client); });
+    return m_visitors.get(log.ip.toLatin1() + log.userAgent,
+        [&] { return visitorHash(m_secret, m_siteId, log.ip, log.userAgent, day); });
 }
 
 } // namespace vesk::analytics

@@ -65,7 +65,6 @@ private:
     Memo<Source> m_referrers;
     Memo<QByteArray> m_visitors; ///< of the UTC day m_visitorDay
     QDate m_visitorDay;
-    QByteArray m_hashPrefix; ///< of that day
 };
 
 } // namespace vesk::analytics

@@ -2,6 +2,7 @@
 
 #include "common/FilePath.h"
 #include "common/Gzip.h"
+#include "common/LineLimit.h"
 
 #include <QProcess>
 

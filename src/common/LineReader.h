@@ -18,18 +18,16 @@ namespace vesk {
 class LineReader
 {
 public:
-    /// No web server writes longer lines. Of a longer one the first kMaxLineBytes + 1 bytes are
-    /// handed out, so that who reads can tell, and the rest is passed over.
-    static constexpr qsizetype kMaxLineBytes = qsizetype { 1024 } * 1024;
-
     /// A file that cannot be opened reads like an empty one.
     explicit LineReader(const QString &path);
     ~LineReader();
     Q_DISABLE_COPY_MOVE(LineReader)
 
     /// The next piece of the content split at line feeds, without the line feed; valid until the
-    /// next call. There is one piece more than there are line feeds: content that ends in a line
-    /// feed, or is empty, has an empty last piece. Nothing after the last piece.
+    /// next call. Of a line beyond kMaxLineBytes the first kMaxLineBytes + 1 bytes are handed out,
+    /// so that the caller can tell, and the rest is passed over. There is one piece more than there
+    /// are line feeds: content that ends in a line feed, or is empty, has an empty last piece.
+    /// Nothing after the last piece.
     std::optional<QByteArrayView> next();
 
     /// Bytes of the file that have been read so far, of an archive the compressed ones; lines

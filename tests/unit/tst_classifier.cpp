@@ -159,7 +159,7 @@ private slots:
     {
         QFETCH(QByteArray, text);
         const QList<QByteArray> hosts = text.split(' ');
-        QTEST(classifyReferrer("https://" + hosts[1] + "/?q=a", QString::fromLatin1(hosts[0])).kind, "expected");
+        QTEST(classifySource("https://" + hosts[1] + "/?q=a", "", QString::fromLatin1(hosts[0])).kind, "expected");
     }
 
     void page_data()

@@ -1,4 +1,5 @@
 #include "common/Gzip.h"
+#include "common/LineLimit.h"
 #include "common/LineReader.h"
 
 #include <QFile>
@@ -16,7 +17,7 @@ using namespace vesk;
 
 namespace {
 
-constexpr qsizetype kMax = LineReader::kMaxLineBytes;
+constexpr qsizetype kMax = kMaxLineBytes;
 
 QByteArray gzip(const QByteArray &data)
 {

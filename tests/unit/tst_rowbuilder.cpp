@@ -1,6 +1,6 @@
 #include "analytics/Memo.h"
 #include "analytics/RowBuilder.h"
-#include "common/LineReader.h"
+#include "common/LineLimit.h"
 #include "support/Table.h"
 
 using namespace vesk::analytics;
@@ -37,7 +37,7 @@ private slots:
     void outcome_data()
     {
         const Table row;
-        constexpr qsizetype kMax = vesk::LineReader::kMaxLineBytes;
+        constexpr qsizetype kMax = vesk::kMaxLineBytes;
         const QByteArray longest = line(QByteArray(kMax - line("").size(), 'a'));
         row("white space", " \t\r\v\f", "blank");
         row("", "blank");
