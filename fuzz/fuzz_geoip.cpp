@@ -3,6 +3,7 @@
 #include "Check.h"
 
 #include "analytics/GeoIp.h"
+#include "common/StatementStream.h"
 
 #include <QByteArray>
 #include <QList>
@@ -23,8 +24,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         fuzz::check(
             range->first == fields[0] && range->last == fields[1] && range->country == fields[2],
             "the fields stand between commas");
-        for (const QByteArrayView field : { range->first, range->last, range->country })
-            fuzz::checkStorable(QString::fromLatin1(field));
+        for (const QByteArrayView field : { range->first, range->last, range->country }) {
+            db::Values values;
+            values.addLatin1(field);
+            values.addText(QString::fromLatin1(field));
+            fuzz::checkStorableBytes(values.at(0));
+            fuzz::check(values.at(0) == values.at(1), "a field is Latin-1");
+        }
     }
     return 0;
 }

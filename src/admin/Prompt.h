@@ -1,20 +1,7 @@
 #pragma once
 
-#include "admin/SignalHook.h"
+#include <QString>
 
-#include <optional>
-
-/// Switches the echo of the terminal on standard input off while it lives. A signal that ends or
-/// stops the process meanwhile (see SignalHook) finds the terminal as it was before; a stopped
-/// process that goes on switches the echo off again. One object at a time.
-class EchoOff
-{
-public:
-    EchoOff();
-    ~EchoOff();
-    EchoOff(const EchoOff &) = delete;
-    EchoOff &operator=(const EchoOff &) = delete;
-
-private:
-    std::optional<SignalHook> m_hook;
-};
+/// One line from standard input, without its line feed and at most 1,023 bytes; from a terminal
+/// with \a prompt and without echo. Empty at the end of input.
+QString readPassword(const char *prompt);

@@ -27,7 +27,6 @@
 #include <QStringList>
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <iterator>
 #include <limits>
@@ -68,7 +67,7 @@ bool applyScript(const QString &name, int version)
 {
     QFile f(QLatin1String(":/sql/") + name);
     const bool readable = f.open(QIODevice::ReadOnly);
-    vesk::db::Transaction transaction;
+    vesk::db::Transaction transaction(vesk::db::Transaction::Keep);
     if (!readable || !transaction.isOpen()) {
         qCritical("%s: cannot start", qPrintable(name));
         return false;
@@ -120,28 +119,6 @@ int migrate()
 }
 
 // ---- Records ----
-
-/// One line from standard input, without its line feed; from a terminal with \a prompt and without
-/// echo. Empty at the end of input.
-QString readPassword(const char *prompt)
-{
-    std::array<char, 1024> buf {};
-    const bool terminal = isatty(STDIN_FILENO) == 1;
-    const char *line = nullptr;
-    if (terminal) {
-        fputs(prompt, stderr);
-        const EchoOff echoOff;
-        line = fgets(buf.data(), static_cast<int>(buf.size()), stdin);
-    } else {
-        line = fgets(buf.data(), static_cast<int>(buf.size()), stdin);
-    }
-    if (terminal)
-        fputc('\n', stderr);
-    QString password = line ? QString::fromUtf8(line) : QString();
-    if (password.endsWith(u'\n'))
-        password.chop(1);
-    return password;
-}
 
 int addUser(const QString &name, const QString &role)
 {

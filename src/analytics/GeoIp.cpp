@@ -118,7 +118,7 @@ std::optional<qint64> insertRanges(QByteArrayView csv, const ProgressCallback &p
             more = lineFeed >= 0;
             if (const auto range = parseCountryRange(more ? csv.first(lineFeed) : csv)) {
                 for (const QByteArrayView field : { range->first, range->last, range->country })
-                    values.addText(QString::fromLatin1(field));
+                    values.addLatin1(field);
                 ++rows;
             }
             csv = csv.sliced(more ? lineFeed + 1 : csv.size());
@@ -176,10 +176,8 @@ QString updateGeoIp(const QString &file, bool *ok, const ProgressCallback &progr
         return notACountryFile();
 
     db::Transaction transaction;
-    if (!transaction.isOpen()) {
-        db::reportFailure(transaction.error());
+    if (!transaction.isOpen())
         return databaseError();
-    }
     QSqlQuery clear;
     if (!clear.exec(QStringLiteral("TRUNCATE vesk.geo_country"))) {
         db::reportFailure(db::presentable(clear.lastError()));

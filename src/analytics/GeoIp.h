@@ -28,7 +28,7 @@ std::optional<CountryRange> parseCountryRange(QByteArrayView line);
 QString updateGeoIp(
     const QString &file, bool *ok, const ProgressCallback &progress = ignoreProgress);
 
-/// Whether no ranges were loaded in the current month.
+/// Whether no ranges were loaded in the current month. For other programs of the suite.
 bool geoIpIsStale();
 
 } // namespace vesk::analytics

@@ -37,7 +37,7 @@ void addRow(db::Values &values, int siteId, const Row &row)
 {
     values.addInt4(siteId);
     values.addTimestamp(row.log.at.toMSecsSinceEpoch());
-    values.addText(QString::fromLatin1(row.log.method.left(kMaxMethodBytes)));
+    values.addLatin1(row.log.method.left(kMaxMethodBytes));
     values.addText(QStringView(row.path).left(kMaxPath));
     values.addInt2(static_cast<qint16>(row.log.status));
     values.addInt8(row.log.bytes);

@@ -127,7 +127,7 @@ Ingest::Result Ingest::ingest(int siteId, const QString &siteHost, const LineSou
     Slice slice = readSlice(builder, nextLine);
     while (slice.size > 0) {
         const bool hasRows = !slice.rows.isEmpty();
-        db::Transaction transaction;
+        db::Transaction transaction(db::Transaction::Keep);
         QString cause = transaction.error();
         complete(slice.rows, transaction, &cause);
         if (transaction.isOpen())

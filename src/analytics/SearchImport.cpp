@@ -153,10 +153,8 @@ QString importSearchData(int site, const QString &engine, const QJsonObject &dat
     const Target range = target(site, engine, totals);
 
     db::Transaction transaction;
-    if (!transaction.isOpen()) {
-        db::reportFailure(transaction.error());
+    if (!transaction.isOpen())
         return databaseError();
-    }
     db::StatementStream stream(db::StatementStream::ReportFirst);
     clearRange(stream, "vesk.search_days", range);
     clearRange(stream, "vesk.search_rows", range);

@@ -1,7 +1,5 @@
 #include "common/Db.h"
 
-#include "common/NativeConnection.h"
-
 #include <QLatin1String>
 #include <QSettings>
 #include <QSqlDatabase>
@@ -177,13 +175,16 @@ bool reopenIfLost()
     return !db.isOpen() && db.open();
 }
 
-Transaction::Transaction()
+Transaction::Transaction(Reason reason)
     : m_db(QSqlDatabase::database(QLatin1String(QSqlDatabase::defaultConnection), false))
 {
     const bool begun = (m_db.isOpen() && m_db.transaction())
         || (reopenIfLost() && m_db.transaction()); // lost, maybe long ago
-    if (!begun)
-        m_error = presentable(m_db.lastError());
+    if (begun)
+        return;
+    m_error = presentable(m_db.lastError());
+    if (reason == Report)
+        reportFailure(m_error);
 }
 
 Transaction::~Transaction()

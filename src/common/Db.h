@@ -3,6 +3,7 @@
 #include <QSqlDatabase>
 #include <QString>
 
+struct pg_conn;
 class QSettings;
 class QSqlError;
 class QSqlQuery;
@@ -38,7 +39,10 @@ QString presentable(const QSqlError &error);
 /// fails, with its error text in \a error; nothing is reported.
 bool execScript(const QString &sql, QString *error);
 
-/// \a name as a quoted SQL identifier.
+/// The libpq connection behind \a db, for StatementStream; null for another driver.
+pg_conn *nativeConnection(const QSqlDatabase &db);
+
+/// \a name as a quoted SQL identifier. For other programs of the suite.
 QString ident(const QString &name);
 
 /// The number of the last migration applied, 0 when there is none.
@@ -46,7 +50,7 @@ int schemaVersion();
 
 /// Makes sure that the connection is usable: opens it again when it has dropped, or in any case
 /// when \a force is set. Time zone and notification subscriptions are restored, an open transaction
-/// is not.
+/// is not. For other programs of the suite, which run for long.
 bool ensure(bool force);
 
 /// Opens the connection anew when it is known to be lost, which only using it tells. True when it
@@ -57,8 +61,14 @@ bool reopenIfLost();
 class Transaction
 {
 public:
+    /// What becomes of the reason why it does not begin.
+    enum Reason {
+        Report, ///< it is reported as by exec()
+        Keep, ///< only error() tells it
+    };
+
     /// Begins it, on a new connection if the old one is lost. When that fails, commit() will.
-    Transaction();
+    explicit Transaction(Reason reason = Report);
     ~Transaction();
     Q_DISABLE_COPY_MOVE(Transaction)
 

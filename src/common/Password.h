@@ -25,6 +25,7 @@ std::optional<StoredHash> parse(const QString &stored);
 QString hash(const QString &plain);
 
 /// Whether \a plain is the password behind \a stored. False, too, when \a stored cannot be read.
+/// For other programs of the suite.
 bool verify(const QString &plain, const QString &stored);
 
 } // namespace vesk::password

@@ -1,7 +1,6 @@
 #include "common/StatementStream.h"
 
 #include "common/Db.h"
-#include "common/NativeConnection.h"
 
 #include <QSqlDatabase>
 #include <QtEndian>
@@ -43,6 +42,18 @@ QByteArray numbered(const QByteArray &sql)
     return result;
 }
 
+/// Whether a text is ASCII without U+0000, so that the server gets it as it is.
+bool isPlain(QStringView text)
+{
+    return std::all_of(text.begin(), text.end(), [](QChar c) { return c.unicode() - 1U < 0x7fU; });
+}
+
+bool isPlain(QByteArrayView text)
+{
+    return std::all_of(text.begin(), text.end(),
+        [](char c) { return static_cast<unsigned char>(c) - 1U < 0x7fU; });
+}
+
 /// A statement name that no other stream of this process uses.
 QByteArray newName()
 {
@@ -54,7 +65,9 @@ QByteArray newName()
 
 void Values::addNull()
 {
-    m_fields.push_back({ -1, 0, 0 });
+    m_offsets.push_back(-1);
+    m_lengths.push_back(0);
+    m_formats.push_back(0);
 }
 
 void Values::addBool(bool value)
@@ -94,30 +107,39 @@ void Values::addBytes(QByteArrayView bytes)
 
 void Values::addText(QStringView text)
 {
-    const auto isPlain = [](QChar c) { return c.unicode() - 1U < 0x7f; }; // ASCII but U+0000
-    if (std::all_of(text.begin(), text.end(), isPlain)) { // nearly always, and needs no conversion
-        const auto offset = static_cast<std::ptrdiff_t>(m_bytes.size());
+    if (isPlain(text)) { // nearly always, and needs no conversion
+        append({}, 0);
+        m_lengths.back() = static_cast<int>(text.size());
         for (const QChar c : text)
             m_bytes += static_cast<char>(c.unicode());
-        m_fields.push_back({ offset, static_cast<int>(text.size()), 0 });
+        m_bytes += '\0';
     } else {
-        append(text.toUtf8().replace('\0', "\xEF\xBF\xBD"), 0);
+        appendText(text.toUtf8().replace('\0', "\xEF\xBF\xBD"));
     }
-    m_bytes += '\0'; // libpq wants it behind texts
 }
 
-std::optional<QByteArrayView> Values::at(qsizetype index) const
+void Values::addLatin1(QByteArrayView text)
 {
-    const Field &field = m_fields[static_cast<size_t>(index)];
-    if (field.offset < 0)
+    if (isPlain(text))
+        appendText(text);
+    else
+        addText(QString::fromLatin1(text));
+}
+
+QByteArrayView Values::at(qsizetype index) const
+{
+    const auto i = static_cast<size_t>(index);
+    if (m_offsets[i] < 0)
         return {};
-    return QByteArrayView(m_bytes.data() + field.offset, field.length);
+    return { m_bytes.data() + m_offsets[i], m_lengths[i] };
 }
 
 void Values::clear()
 {
     m_bytes.clear();
-    m_fields.clear();
+    m_offsets.clear();
+    m_lengths.clear();
+    m_formats.clear();
 }
 
 template <typename Integer> void Values::addBigEndian(Integer value)
@@ -129,9 +151,16 @@ template <typename Integer> void Values::addBigEndian(Integer value)
 
 void Values::append(QByteArrayView bytes, int format)
 {
-    m_fields.push_back(
-        { static_cast<std::ptrdiff_t>(m_bytes.size()), static_cast<int>(bytes.size()), format });
+    m_offsets.push_back(static_cast<std::ptrdiff_t>(m_bytes.size()));
+    m_lengths.push_back(static_cast<int>(bytes.size()));
+    m_formats.push_back(format);
     m_bytes.append(bytes.data(), static_cast<size_t>(bytes.size()));
+}
+
+void Values::appendText(QByteArrayView utf8)
+{
+    append(utf8, 0);
+    m_bytes += '\0';
 }
 
 QByteArray multiRow(const QByteArray &head, const QByteArray &tuple, qsizetype rows)
@@ -159,20 +188,15 @@ void StatementStream::send(const QByteArray &sql, const Values &values)
         return;
     }
 
-    const auto count = values.m_fields.size();
-    std::vector<const char *> data(count);
-    std::vector<int> lengths(count);
-    std::vector<int> formats(count);
-    for (size_t i = 0; i < count; ++i) {
-        const Values::Field &field = values.m_fields[i];
-        data[i] = field.offset < 0 ? nullptr : values.m_bytes.data() + field.offset;
-        lengths[i] = field.length;
-        formats[i] = field.format;
-    }
+    std::vector<const char *> data;
+    data.reserve(values.lengths().size());
+    for (qsizetype i = 0; i < values.size(); ++i)
+        data.push_back(values.at(i).data());
     m_outstanding.emplace_back();
     const QByteArray name = prepare(sql);
-    const bool sent = PQsendQueryPrepared(m_connection, name.constData(), static_cast<int>(count),
-                          data.data(), lengths.data(), formats.data(), 0)
+    const bool sent
+        = PQsendQueryPrepared(m_connection, name.constData(), static_cast<int>(data.size()),
+              data.data(), values.lengths().data(), values.formats().data(), 0)
         && PQpipelineSync(m_connection);
     if (!sent)
         giveUp();

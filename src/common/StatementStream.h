@@ -7,7 +7,6 @@
 
 #include <cstddef>
 #include <deque>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -33,28 +32,28 @@ public:
     void addBytes(QByteArrayView bytes);
     /// U+0000, which no text in PostgreSQL can hold, becomes U+FFFD.
     void addText(QStringView text);
+    /// The same of a text in Latin-1.
+    void addLatin1(QByteArrayView text);
 
-    qsizetype size() const { return static_cast<qsizetype>(m_fields.size()); }
-    /// The bytes that the server gets for the value \a index, nothing for NULL; valid until the
-    /// next change.
-    std::optional<QByteArrayView> at(qsizetype index) const;
+    qsizetype size() const { return static_cast<qsizetype>(m_offsets.size()); }
+    /// The bytes that the server gets for the value \a index, null for NULL; valid until the next
+    /// change. A text has a null byte behind them, as libpq wants it.
+    QByteArrayView at(qsizetype index) const;
+    /// For each value the number of its bytes.
+    const std::vector<int> &lengths() const { return m_lengths; }
+    /// For each value libpq's code for its form, 0 text, 1 binary.
+    const std::vector<int> &formats() const { return m_formats; }
     void clear();
 
 private:
-    friend class StatementStream;
-
-    struct Field
-    {
-        std::ptrdiff_t offset; ///< into m_bytes, -1 for NULL
-        int length;
-        int format; ///< 0 text, 1 binary
-    };
-
     template <typename Integer> void addBigEndian(Integer value);
     void append(QByteArrayView bytes, int format);
+    void appendText(QByteArrayView utf8);
 
     std::string m_bytes;
-    std::vector<Field> m_fields;
+    std::vector<std::ptrdiff_t> m_offsets; ///< into m_bytes, -1 for NULL
+    std::vector<int> m_lengths;
+    std::vector<int> m_formats;
 };
 
 /// \a head, which ends in "VALUES ", followed by \a rows times the group of placeholders \a tuple.
