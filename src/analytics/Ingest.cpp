@@ -119,15 +119,17 @@ Ingest::Result Ingest::ingest(int siteId, const QString &siteHost, const QList<Q
     });
 }
 
-Ingest::Result Ingest::ingest(int siteId, const QString &siteHost, const LineSource &nextLine)
+Ingest::Result Ingest::ingest(
+    int siteId, const QString &siteHost, const LineSource &nextLine, db::Transaction *whole)
 {
     RowBuilder builder(m_secret, siteId, siteHost);
     Result total;
     m_linesDone = 0;
     Slice slice = readSlice(builder, nextLine);
     while (slice.size > 0) {
-        const bool hasRows = !slice.rows.isEmpty();
-        db::Transaction transaction(db::Transaction::Keep);
+        const qsizetype rows = slice.rows.size();
+        std::optional<db::Transaction> own;
+        db::Transaction &transaction = whole ? *whole : own.emplace(db::Transaction::Keep);
         QString cause = transaction.error();
         complete(slice.rows, transaction, &cause);
         if (transaction.isOpen())
@@ -136,16 +138,19 @@ Ingest::Result Ingest::ingest(int siteId, const QString &siteHost, const LineSou
         m_visits.prune(QDateTime::currentDateTimeUtc());
         Slice next = readSlice(builder, nextLine);
         const int stored = m_writer.finish();
-        if (!transaction.commit() && hasRows)
+        const bool kept = whole ? transaction.isOpen() && stored == rows : transaction.commit();
+        if (!kept && rows > 0)
             total.lost.append({ m_linesDone + 1, m_linesDone + slice.lastUsed, cause });
         m_linesDone += slice.size;
-        if (stored > 0)
+        if (stored > 0 && (kept || !whole))
             notify(siteId);
 
         total.lines += slice.counts.lines;
         total.stored += stored;
         total.skipped += slice.counts.skipped;
         total.days.unite(slice.counts.days);
+        if (whole && !total.lost.isEmpty())
+            break; // nothing of it will be kept
         slice = std::move(next);
     }
     return total;

@@ -67,7 +67,10 @@ public:
     /// Imports the lines for the site with id \a siteId and the lower-case host name \a siteHost,
     /// one transaction for each slice of 5,000 lines. A slice is prepared while the database stores
     /// the one before.
-    Result ingest(int siteId, const QString &siteHost, const LineSource &nextLine);
+    /// With \a whole, the caller's transaction, all slices are left in that, to be committed or not
+    /// by the caller; the first one that could not be stored is in the result, and ends the work.
+    Result ingest(int siteId, const QString &siteHost, const LineSource &nextLine,
+        db::Transaction *whole = nullptr);
 
     /// The same, of lines that are all there.
     Result ingest(int siteId, const QString &siteHost, const QList<QByteArray> &lines);

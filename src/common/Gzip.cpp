@@ -44,18 +44,16 @@ QByteArray gunzip(const QByteArray &data, bool *intact)
 {
     set(intact, false);
     QProcess p;
-    if (!startGunzip(p))
+    if (!startDecompressor(p, QStringLiteral("gunzip")))
         return {};
     p.write(data);
     p.closeWriteChannel();
     p.waitForFinished(-1);
-    set(intact,
-        p.exitStatus() == QProcess::NormalExit
-            && (p.exitCode() == 0 || p.exitCode() == kGunzipWarning));
+    set(intact, endedWell(p));
     return p.readAllStandardOutput();
 }
 
-bool startGunzip(QProcess &child, int input)
+bool startDecompressor(QProcess &child, const QString &program, int input)
 {
     if (input >= 0)
         child.setStandardInputFile(QProcess::nullDevice()); // no pipe; replaced below
@@ -65,8 +63,15 @@ bool startGunzip(QProcess &child, int input)
         if (getppid() != parent || (input >= 0 && dup2(input, STDIN_FILENO) < 0))
             _exit(1);
     });
-    child.start(QStringLiteral("gunzip"), { QStringLiteral("-c") });
+    child.start(program, { QStringLiteral("-dc") });
     return child.waitForStarted(-1);
+}
+
+bool endedWell(const QProcess &child)
+{
+    const bool warned
+        = child.exitCode() == kGunzipWarning && child.program() == QLatin1String("gunzip");
+    return child.exitStatus() == QProcess::NormalExit && (child.exitCode() == 0 || warned);
 }
 
 } // namespace vesk

@@ -20,9 +20,12 @@ QByteArray readMaybeGzip(const QString &path, bool *intact = nullptr);
 /// \a intact is false.
 QByteArray gunzip(const QByteArray &data, bool *intact = nullptr);
 
-/// Starts the program gunzip as \a child, which ends when this process does, however that happens.
-/// It reads the open file \a input from where that stands, and moves it on in doing so; without
-/// one, what is written to \a child. False when it cannot be started.
-bool startGunzip(QProcess &child, int input = -1);
+/// Starts \a program, such as gunzip, as \a child to decompress. It ends when this process does,
+/// however that happens. It reads the open file \a input from where that stands, and moves it on in
+/// doing so; without one, what is written to \a child. False when it cannot be started.
+bool startDecompressor(QProcess &child, const QString &program, int input = -1);
+
+/// Whether \a child, a decompressor that has ended, has given out all of an undamaged archive.
+bool endedWell(const QProcess &child);
 
 } // namespace vesk

@@ -20,23 +20,38 @@ constexpr qsizetype kChunkBytes = qsizetype { 256 } * 1024;
 } // namespace
 
 LineReader::LineReader(const QString &path)
+    : LineReader(path, isGzipName(path) ? QStringLiteral("gunzip") : QString())
 {
-    if (!openForReading(m_file, path) || !isGzipName(path))
+}
+
+LineReader::LineReader(const QString &path, const QString &decompressor)
+{
+    m_failed = !openForReading(m_file, path);
+    if (m_failed || decompressor.isEmpty())
         return;
-    m_gunzip = std::make_unique<QProcess>();
-    m_gunzip->setStandardErrorFile(QProcess::nullDevice());
-    if (!startGunzip(*m_gunzip, m_file.handle())) {
-        m_gunzip.reset();
+    m_child = std::make_unique<QProcess>();
+    m_child->setStandardErrorFile(QProcess::nullDevice());
+    m_failed = !startDecompressor(*m_child, decompressor, m_file.handle());
+    if (m_failed) {
+        m_child.reset();
         m_file.close();
     }
 }
 
 LineReader::~LineReader()
 {
-    if (m_gunzip) {
-        m_gunzip->kill(); // without effect on one that has ended
-        m_gunzip->waitForFinished(-1);
+    if (m_child) {
+        m_child->kill(); // without effect on one that has ended
+        m_child->waitForFinished(-1);
     }
+}
+
+bool LineReader::intact()
+{
+    if (m_failed || !m_child)
+        return !m_failed;
+    m_child->waitForFinished(-1); // at once false when it has ended already
+    return endedWell(*m_child);
 }
 
 qint64 LineReader::position() const
@@ -58,11 +73,13 @@ std::optional<QByteArrayView> LineReader::next()
         if (const void *lf = size ? std::memchr(begin + searched, '\n', size) : nullptr) {
             const qsizetype length = static_cast<const char *>(lf) - begin;
             m_begin += length + 1;
+            m_taken += length + 1;
             return QByteArrayView(begin, std::min(length, kMaxLineBytes + 1));
         }
         searched = m_end - m_begin;
         if (searched > kMaxLineBytes + 1) {
             searched = kMaxLineBytes + 1;
+            m_taken += m_end - m_begin - searched;
             m_end = m_begin + searched; // the rest of an overlong line is passed over
         }
         if (!refill())
@@ -71,6 +88,7 @@ std::optional<QByteArrayView> LineReader::next()
     if (m_lastTaken)
         return {};
     m_lastTaken = true;
+    m_taken += m_end - m_begin;
     return QByteArrayView(m_buffer).sliced(m_begin, m_end - m_begin);
 }
 
@@ -86,8 +104,10 @@ bool LineReader::refill()
     if (m_buffer.size() < m_end + kChunkBytes)
         m_buffer.resize(m_end + kChunkBytes);
     const qint64 got = read(m_buffer.data() + m_end, m_buffer.size() - m_end);
-    if (got <= 0)
+    if (got <= 0) {
+        m_failed = m_failed || (got < 0 && !m_child); // a child's end reads so, too
         return false;
+    }
     m_end += got;
     return true;
 }
@@ -95,11 +115,11 @@ bool LineReader::refill()
 /// What is there of up to \a size bytes, after waiting for the first; none at the end of the input.
 qint64 LineReader::read(char *to, qint64 size)
 {
-    if (!m_gunzip) // QFile would wait for all the bytes
+    if (!m_child) // QFile would wait for all the bytes
         return TEMP_FAILURE_RETRY(::read(m_file.handle(), to, static_cast<size_t>(size)));
-    if (m_gunzip->bytesAvailable() == 0)
-        m_gunzip->waitForReadyRead(-1);
-    return m_gunzip->read(to, size);
+    if (m_child->bytesAvailable() == 0)
+        m_child->waitForReadyRead(-1);
+    return m_child->read(to, size);
 }
 
 } // namespace vesk

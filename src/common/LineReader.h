@@ -20,6 +20,9 @@ class LineReader
 public:
     /// A file that cannot be opened reads like an empty one.
     explicit LineReader(const QString &path);
+    /// The same, but read through the program \a decompressor whatever the name, or as it is when
+    /// that is empty.
+    LineReader(const QString &path, const QString &decompressor);
     ~LineReader();
     Q_DISABLE_COPY_MOVE(LineReader)
 
@@ -29,6 +32,13 @@ public:
     /// are line feeds: content that ends in a line feed, or is empty, has an empty last piece.
     /// Nothing after the last piece.
     std::optional<QByteArrayView> next();
+
+    /// Bytes of the content, without compression, of what next() has handed out or passed over.
+    qint64 taken() const { return m_taken; }
+    /// Whether the piece handed out by next() was the last one, which no line feed ends.
+    bool lastTaken() const { return m_lastTaken; }
+    /// After the last piece: whether the file could be read to its end and an archive is undamaged.
+    bool intact();
 
     /// Bytes of the file that have been read so far, of an archive the compressed ones; lines
     /// handed out are somewhat behind. 0 for a pipe.
@@ -40,12 +50,14 @@ private:
     bool refill();
     qint64 read(char *to, qint64 size);
 
-    QFile m_file; ///< shares its position with m_gunzip
-    std::unique_ptr<QProcess> m_gunzip; ///< of an archive only
+    QFile m_file; ///< shares its position with m_child
+    std::unique_ptr<QProcess> m_child; ///< of an archive only
     QByteArray m_buffer;
     qsizetype m_begin = 0; ///< first byte of m_buffer that has not been handed out
     qsizetype m_end = 0; ///< end of the bytes read into m_buffer
+    qint64 m_taken = 0;
     bool m_lastTaken = false;
+    bool m_failed = false; ///< could not be opened or read
 };
 
 } // namespace vesk
