@@ -491,6 +491,20 @@ std::optional<Site> readCalendar(Site site)
     return site;
 }
 
+QList<QDate> readMonths(const Site &site)
+{
+    QList<QDate> months;
+    Statement rows(QStringLiteral(R"(
+        SELECT DISTINCT date_trunc('month', day)::date
+        FROM vesk.rollup
+        WHERE site_id = :site AND scope = 'people' AND dim = 'totals' AND key = 'requests' AND n1 > 0
+        ORDER BY 1 DESC)"),
+        { { ":site", site.id } });
+    while (rows.next())
+        months += rows.value(0).toDate();
+    return months;
+}
+
 std::optional<Report> readReport(const Site &site, const Period &period, const Options &options)
 {
     Report report;

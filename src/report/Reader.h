@@ -42,6 +42,9 @@ QList<Site> readSites();
 /// \a site with the rest.
 std::optional<Site> readCalendar(Site site);
 
+/// The first days of the months that have reports, the newest first.
+QList<QDate> readMonths(const Site &site);
+
 struct Options
 {
     bool everyone = false; ///< lists count unverified browsers, too

@@ -16,6 +16,16 @@ QList<List> pick(const QList<List> &lists, std::initializer_list<const char *> i
     return picked;
 }
 
+QString shownLink(const QString &referrer, const QString &site)
+{
+    for (const char *start : { "https://", "http://", "https://www.", "http://www." }) {
+        const QString own = QLatin1String(start) + site + u'/';
+        if (referrer.startsWith(own, Qt::CaseInsensitive))
+            return referrer.mid(own.size() - 1);
+    }
+    return referrer;
+}
+
 QString siteTitle(const Report &report)
 {
     const bool isNamed = !report.siteName.isEmpty() && report.siteName != report.host;

@@ -111,6 +111,9 @@ struct Report
 /// Those of \a lists that are there, in the order of \a ids.
 QList<List> pick(const QList<List> &lists, std::initializer_list<const char *> ids);
 
+/// A referrer as it is shown: a page of the site itself by its path.
+QString shownLink(const QString &referrer, const QString &site);
+
 /// "example.org · Garden notes"
 QString siteTitle(const Report &report);
 

@@ -220,7 +220,7 @@ void TextWriter::list(const List &list)
         line(grid.row(i) + QLatin1String("  ") + detail + fit(row.shown(), room - detailWidth));
         if (isLinked && !row.detail.isEmpty())
             line(QString(columnsOf(heads) + 4, u' ')
-                + fit(QLatin1String("from ") + row.detail, room - 2));
+                + fit(QLatin1String("from ") + shownLink(row.detail, m_report.host), room - 2));
     }
     if (list.total > list.rows.size())
         line(right(u'+' + number(double(list.total - list.rows.size())), 8)
@@ -301,8 +301,10 @@ QByteArray TextWriter::write()
     head();
     totals();
     requests();
-    for (const Chart &each : m_report.charts)
-        chart(each);
+    for (const Chart &each : m_report.charts) {
+        if (each.numbers.rows.size() > 1)
+            chart(each);
+    }
     for (const List &each : pick(m_report.lists,
              { "pages", "entry_pages", "exit_pages", "visit_lengths", "visit_pages", "sources",
                  "search_terms", "campaigns", "search_terms_and_campaigns" }))

@@ -16,12 +16,11 @@ QByteArray toHtml(const Report &report);
 /// Everything, as docs/report-json.md describes it.
 QByteArray toJson(const Report &report);
 
-/// The name of a page and what it shows, for an index.
+/// A page of an index: its file, and what it shows.
 struct PageLink
 {
     QString file;
     QString title;
-    bool isHeading = false; ///< of the links that follow
 };
 
 /// A page of links to pages of reports.

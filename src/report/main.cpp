@@ -1,6 +1,7 @@
 #include "common/Config.h"
 #include "common/Db.h"
 #include "common/Output.h"
+#include "report/Pages.h"
 #include "report/Reader.h"
 #include "report/Writers.h"
 
@@ -70,6 +71,83 @@ bool split(const QStringList &arguments, QString *host, QString *period)
     return arguments.size() <= 2;
 }
 
+/// What the options say. Nothing, after a message, when one of them has a wrong value.
+std::optional<Options> optionsOf(const QCommandLineParser &parser)
+{
+    Options options;
+    const QString scope = parser.value(QStringLiteral("scope"));
+    const QString rows = parser.value(QStringLiteral("rows"));
+    options.everyone = scope == QLatin1String("all");
+    options.addresses = parser.isSet(QStringLiteral("addresses"));
+    options.rows = rows == QLatin1String("all") ? std::numeric_limits<int>::max() : rows.toInt();
+    if (!options.everyone && scope != QLatin1String("people"))
+        qCritical("unknown scope %s: it is people or all", qPrintable(clean(scope)));
+    else if (options.rows < 1)
+        qCritical("--rows takes a number or all, not %s", qPrintable(clean(rows)));
+    else
+        return options;
+    return {};
+}
+
+void addOptions(QCommandLineParser &parser)
+{
+    parser.addHelpOption();
+    vesk::addConfigOption(parser);
+    const auto add = [&parser](const char *name, const char *text, const char *value = "",
+                         const char *standard = "") {
+        parser.addOption(QCommandLineOption(QLatin1String(name), QLatin1String(text),
+            QLatin1String(value), QLatin1String(standard)));
+    };
+    add("html", "Write a web page.");
+    add("json", "Write JSON.");
+    add("rows", "Show as many rows of each list, or all.", "number", "15");
+    add("scope", "Whom the lists count: people, or all to have unverified browsers in them.",
+        "scope", "people");
+    add("addresses", "List the addresses of scanners. They are personal data.");
+    add("pages", "Write web pages and an index into the folder.", "folder");
+    parser.addPositionalArgument(QStringLiteral("host"),
+        QStringLiteral("The site; may be left out when there is only one."),
+        QStringLiteral("[HOST]"));
+    parser.addPositionalArgument(QStringLiteral("period"),
+        QLatin1String("The last complete day, or one of these: ") + QLatin1String(kPeriodForms),
+        QStringLiteral("[PERIOD]"));
+}
+
+QByteArray write(const Report &report, const QCommandLineParser &parser)
+{
+    if (parser.isSet(QStringLiteral("json")))
+        return toJson(report);
+    return parser.isSet(QStringLiteral("html")) ? toHtml(report) : toText(report);
+}
+
+/// As many bars as the medium has room for.
+int mostBars(const QCommandLineParser &parser)
+{
+    if (parser.isSet(QStringLiteral("json")))
+        return std::numeric_limits<int>::max() / 7;
+    return parser.isSet(QStringLiteral("html")) ? 92 : 31;
+}
+
+/// Reads and shows. False, after a message, when there is nothing to show.
+bool run(const QCommandLineParser &parser, const QString &host, const QString &periodText)
+{
+    auto options = optionsOf(parser);
+    const Snapshot snapshot;
+    const auto site = options && snapshot.isOpen() ? siteOf(host) : std::nullopt;
+    const auto period = site ? periodOf(periodText, *site) : std::nullopt;
+    if (!period)
+        return false;
+    if (parser.isSet(QStringLiteral("pages")))
+        return writePages(*site, parser.value(QStringLiteral("pages")), *options);
+    options->mostBars = mostBars(parser);
+    const auto report = readReport(*site, *period, *options);
+    if (!report)
+        return false;
+    const QByteArray text = write(*report, parser);
+    fwrite(text.constData(), 1, size_t(text.size()), stdout);
+    return true;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -80,28 +158,16 @@ int main(int argc, char **argv)
     QCoreApplication::setApplicationVersion(QStringLiteral("0.1"));
 
     QCommandLineParser parser;
-    parser.addHelpOption();
-    vesk::addConfigOption(parser);
+    addOptions(parser);
     parser.process(app);
     QString host;
     QString period;
-    if (!split(parser.positionalArguments(), &host, &period))
-        parser.showHelp(1);
+    const bool understood = split(parser.positionalArguments(), &host, &period);
     const QString path = vesk::configPath(parser);
-    if (path.isEmpty())
-        return 1;
+    if (path.isEmpty() || !understood)
+        parser.showHelp(1);
     const QSettings cfg(path, QSettings::IniFormat);
-    if (!vesk::db::open(cfg, QCoreApplication::applicationName()))
-        return 1;
-    const Snapshot snapshot;
-    const auto site = snapshot.isOpen() ? siteOf(host) : std::nullopt;
-    const auto days = site ? periodOf(period, *site) : std::nullopt;
-    Options options;
-    options.mostBars = 31;
-    const auto report = days ? readReport(*site, *days, options) : std::nullopt;
-    if (!report)
-        return 1;
-    const QByteArray text = toText(*report);
-    fwrite(text.constData(), 1, size_t(text.size()), stdout);
-    return 0;
+    return vesk::db::open(cfg, QCoreApplication::applicationName()) && run(parser, host, period)
+        ? 0
+        : 1;
 }

@@ -1,0 +1,132 @@
+#include "report/Writers.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <cmath>
+
+namespace vesk::report {
+
+namespace {
+
+QString iso(QDate day)
+{
+    return day.toString(Qt::ISODate);
+}
+
+/// Whole numbers without a fraction, null where there is nothing to tell.
+QJsonValue json(Value value)
+{
+    if (!value)
+        return {};
+    if (*value == std::trunc(*value))
+        return qint64(*value);
+    return *value;
+}
+
+QJsonObject json(const Period &period)
+{
+    return { { QStringLiteral("first"), iso(period.first) },
+        { QStringLiteral("last"), iso(period.last) }, { QStringLiteral("days"), period.days() } };
+}
+
+/// Figures of people and of everyone.
+QJsonObject totals(const QList<Figure> &figures)
+{
+    QJsonObject object;
+    for (const Figure &f : figures)
+        object[f.id] = QJsonObject { { QStringLiteral("people"), json(f.people) },
+            { QStringLiteral("people_before"), json(f.peopleBefore) },
+            { QStringLiteral("all"), json(f.everyone) },
+            { QStringLiteral("all_before"), json(f.everyoneBefore) } };
+    return object;
+}
+
+/// Figures that are the same for both.
+QJsonObject plain(const QList<Figure> &figures)
+{
+    QJsonObject object;
+    for (const Figure &f : figures)
+        object[f.id] = QJsonObject { { QStringLiteral("value"), json(f.everyone) },
+            { QStringLiteral("before"), json(f.everyoneBefore) } };
+    return object;
+}
+
+QJsonObject json(const List &list, const Row &row)
+{
+    QJsonObject object { { list.key.id, row.key } };
+    if (!list.detailId.isEmpty())
+        object[list.detailId] = row.detail.isEmpty() ? QJsonValue() : QJsonValue(row.detail);
+    for (qsizetype i = 0; i < list.columns.size(); ++i)
+        object[list.columns[i].id] = json(row.values.value(i));
+    if (row.before)
+        object[list.columns[0].id + QLatin1String("_before")] = json(row.before);
+    return object;
+}
+
+QJsonArray rows(const List &list)
+{
+    QJsonArray array;
+    for (const Row &row : list.rows)
+        array += json(list, row);
+    return array;
+}
+
+QJsonObject json(const QList<List> &lists)
+{
+    QJsonObject object;
+    for (const List &list : lists)
+        object[list.id] = QJsonObject { { QStringLiteral("total"), list.total },
+            { QStringLiteral("rows"), rows(list) } };
+    return object;
+}
+
+QJsonObject json(const Server &server)
+{
+    QJsonObject object { { QStringLiteral("known"), server.known },
+        { QStringLiteral("complete"), server.complete }, { QStringLiteral("note"), server.note } };
+    if (!server.known)
+        return object;
+    object[QStringLiteral("totals")] = plain(server.totals);
+    object[QStringLiteral("days")] = rows(server.days.numbers);
+    object[QStringLiteral("lists")] = json(server.lists);
+    return object;
+}
+
+QJsonObject json(const Search &search)
+{
+    QJsonArray engines;
+    for (const SearchEngine &engine : search.engines)
+        engines += QJsonObject { { QStringLiteral("engine"), engine.name },
+            { QStringLiteral("newest"), iso(engine.newest) },
+            { QStringLiteral("totals"), plain(engine.figures) } };
+    return { { QStringLiteral("period"), json(search.period) },
+        { QStringLiteral("engines"), engines },
+        { QStringLiteral("lists"), json(QList<List> { search.queries }) } };
+}
+
+} // namespace
+
+QByteArray toJson(const Report &report)
+{
+    QJsonObject charts;
+    for (const Chart &chart : report.charts)
+        charts[chart.numbers.id] = rows(chart.numbers);
+    const QJsonObject object { { QStringLiteral("format"), 1 },
+        { QStringLiteral("site"), report.host }, { QStringLiteral("name"), report.siteName },
+        { QStringLiteral("period"), json(report.period) },
+        { QStringLiteral("compared_with"),
+            report.compared ? QJsonValue(json(report.before)) : QJsonValue() },
+        { QStringLiteral("notes"), QJsonArray::fromStringList(report.notes) },
+        { QStringLiteral("scope"),
+            report.everyone ? QStringLiteral("all") : QStringLiteral("people") },
+        { QStringLiteral("totals"), totals(report.totals) },
+        { QStringLiteral("requests"), plain(report.requests) },
+        { QStringLiteral("charts"), charts }, { QStringLiteral("lists"), json(report.lists) },
+        { QStringLiteral("server"), json(report.server) },
+        { QStringLiteral("search"), json(report.search) } };
+    return QJsonDocument(object).toJson();
+}
+
+} // namespace vesk::report
