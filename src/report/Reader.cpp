@@ -5,6 +5,8 @@
 #include "report/Lists.h"
 #include "report/Statement.h"
 
+#include <QJsonArray>
+#include <QJsonDocument>
 #include <QMap>
 #include <QSqlDatabase>
 
@@ -305,6 +307,15 @@ void readLines(Task &task, const QString &sql, const Bindings &more, Lines &line
     task.failed |= statement.failed();
 }
 
+/// The names of campaigns that the requests have, as JSON.
+QString campaignsOf(const Lines &lines)
+{
+    QJsonArray names;
+    for (const Line &line : lines.value(QStringLiteral("campaign_name")))
+        names += line.key;
+    return QString::fromUtf8(QJsonDocument(names).toJson(QJsonDocument::Compact));
+}
+
 Server readServer(Task &task, Lines &lines)
 {
     Server server;
@@ -538,7 +549,8 @@ std::optional<Report> readReport(const Site &site, const Period &period, const O
     Lines lines;
     report.server = readServer(task, lines);
     const bool split = report.server.complete && report.server.known;
-    readLines(task, statementText("lines.sql"), { { ":split", split } }, lines);
+    readLines(task, statementText("lines.sql"),
+        { { ":split", split }, { ":campaigns", campaignsOf(lines) } }, lines);
     report.lists = rollupLists(lines, split);
     if (report.server.known)
         report.lists += visitLists(lines);

@@ -64,6 +64,9 @@ WITH hit AS NOT MATERIALIZED (
     UNION ALL
     SELECT 'client', kind, '', sum(requests), sum(bytes), count(*), 0 FROM visitor GROUP BY kind
     UNION ALL
+    SELECT 'campaign_name', search_terms, '', count(*), NULL, NULL, 0
+    FROM hit WHERE source_kind = 'campaign' AND search_terms <> '' GROUP BY search_terms
+    UNION ALL
     SELECT 'address', host(ip), '', count(*), sum(hit.bytes), NULL, 0
     FROM hit JOIN visitor USING (day, visitor)
     WHERE :addresses AND is_request AND kind = 'scanners' AND ip IS NOT NULL
@@ -116,5 +119,5 @@ WITH hit AS NOT MATERIALIZED (
 SELECT list, key, detail, v1::float8, v2::float8, v3::float8, NULL::float8, NULL::float8,
        total, whole::float8
 FROM ranked
-WHERE rank <= :rows OR list = 'day'
+WHERE rank <= :rows OR list IN ('day', 'campaign_name')
 ORDER BY list, rank

@@ -1,11 +1,7 @@
 -- Report lines of a period and of the one before it, summed up and ranked. Search terms and names of
--- campaigns share a dimension. Requests that are still there tell which of them are campaigns.
-WITH campaign AS MATERIALIZED (
-    SELECT DISTINCT search_terms AS key
-    FROM vesk.hits
-    WHERE :split AND site_id = :site AND source_kind = 'campaign'
-          AND at >= CAST(:first AS date)::timestamptz
-          AND at < (CAST(:last AS date) + 1)::timestamptz
+-- campaigns share a dimension; the campaigns, as the requests tell them, split it.
+WITH campaign AS (
+    SELECT key FROM json_array_elements_text(:campaigns) AS key
 ), line AS (
     SELECT CASE WHEN dim = 'terms' AND :split
                 THEN CASE WHEN campaign.key IS NULL THEN 'term' ELSE 'campaign' END
