@@ -35,17 +35,30 @@ CREATE TABLE vesk.rollup (
 --   bot                 crawler: n1 requests, n2 page requests
 CREATE FUNCTION vesk.rollup_day(p_site integer, p_day date) RETURNS void
 LANGUAGE plpgsql
--- Names and patterns mean the same in every session. The time zone remains the caller's: it
--- says when a day begins.
+-- Names and patterns mean the same in every session, and no session hears of tables that need
+-- not be dropped. The time zone remains the caller's: it says when a day begins.
 SET search_path = pg_catalog, pg_temp
 SET standard_conforming_strings = on
+SET client_min_messages = warning
 -- The groups of a busy day fit into memory, a small sample is enough to tell large tables from
 -- small ones, and compiling the queries takes longer than it saves.
 SET work_mem = '32MB'
-SET default_statistics_target = 10
+SET hash_mem_multiplier = 2
+SET default_statistics_target = 3
 SET jit = off
 AS $$
 DECLARE
+    working_sets constant text := concat_ws(', ',
+        'pg_temp.rh',              -- the hits of the day
+        'pg_temp.rollup_paths',    -- their paths, and what a request for each gives away
+        'pg_temp.rollup_deeds',    -- what each visitor did
+        'pg_temp.rx',              -- scanners
+        'pg_temp.rv',              -- visitors that are neither crawlers nor scanners
+        'pg_temp.rp',              -- their page views
+        'pg_temp.rollup_clients',  -- their countries, devices, browsers and systems
+        'pg_temp.rollup_timed',    -- time on page
+        'pg_temp.rollup_lines',    -- lines of the report
+        'pg_temp.rs');             -- the visits of a scope
     sc text;
 BEGIN
     -- One roll-up of a day at a time. The second waits, and then sees all that the first saw.
@@ -53,10 +66,9 @@ BEGIN
         'vesk rollup ' || p_site || ' ' || (p_day - date '2000-01-01'), 0));
 
     DELETE FROM vesk.rollup WHERE site_id = p_site AND day = p_day;
-    DROP TABLE IF EXISTS pg_temp.rh, pg_temp.rk, pg_temp.ra, pg_temp.rx, pg_temp.rv, pg_temp.rp,
-                         pg_temp.rc, pg_temp.rb, pg_temp.rw, pg_temp.rs, pg_temp.rl;
+    EXECUTE 'DROP TABLE IF EXISTS ' || working_sets;
 
-    -- rh: the hits of the day, from one local midnight to the next.
+    -- From one local midnight to the next.
     --
     -- Copies that are filtered and joined get statistics. Without them the planner expects a
     -- row or two and compares every hit with every visitor.
@@ -66,23 +78,29 @@ BEGIN
         WHERE site_id = p_site AND at >= p_day::timestamptz AND at < (p_day + 1)::timestamptz;
     ANALYZE pg_temp.rh (method, path, status, is_page, visitor, bot);
 
-    -- rk: every path once, and what a request for it gives away. A probe looks for secrets or
-    -- administration tools; an asset is loaded by browsers to show a page. The C collation
-    -- folds ASCII letters only: elsewhere "I" need not be the capital of "i".
-    CREATE TEMP TABLE rk AS
-        SELECT path,
+    -- A probe looks for secrets or administration tools; an asset is loaded by browsers to show
+    -- a page. The C collation folds ASCII letters only: elsewhere "I" need not be the capital
+    -- of "i".
+    --
+    -- Views are counted by the number of their page. The primary key of vesk.rollup has room
+    -- for about 2,700 bytes: paths of more than 2,600 are cut to their first 600 characters,
+    -- and those that are equal then are one page.
+    CREATE TEMP TABLE rollup_paths AS
+        SELECT path, key, dense_rank() OVER (ORDER BY key COLLATE "C")::integer AS page,
                path COLLATE "C" ~* ('/\.(?!well-known/)|phpinfo|dockerfile|/@fs/|/credentials'
                                     '|/actuator|phpunit|/cgi-bin/') AS probe,
                path COLLATE "C" ~* '\.(css|js|mjs|woff2?)$' AS asset
-        FROM (SELECT DISTINCT path FROM pg_temp.rh) p;
-    ANALYZE pg_temp.rk;
+        FROM (SELECT path,
+                     CASE WHEN octet_length(path) > 2600 THEN left(path, 600) ELSE path END AS key
+              FROM (SELECT DISTINCT path FROM pg_temp.rh) d) k;
+    ANALYZE pg_temp.rollup_paths;
 
-    -- ra: what each visitor did, in one row per visitor, crawler name and missing path. People,
-    -- scanners and crawlers are told apart by these rows alone.
+    -- One row per visitor, crawler name and missing path. People, scanners and crawlers are told
+    -- apart by these rows alone.
     --
     -- Here and below, joins and not IN: a set of more than work_mem is searched from one end
     -- to the other for each row by IN, and a few ten thousand long probes are that much.
-    CREATE TEMP TABLE ra AS
+    CREATE TEMP TABLE rollup_deeds AS
         SELECT visitor, bot, CASE WHEN status = 404 THEN rh.path END AS missing,
                count(*) AS hits,
                count(*) FILTER (WHERE is_page) AS pages,
@@ -90,212 +108,187 @@ BEGIN
                bool_or(probe IS TRUE) AS probed,
                bool_or(is_page AND source_kind NOT IN ('direct', 'internal')
                        OR NOT is_page AND status IN (200, 304) AND asset IS TRUE) AS browsed
-        FROM pg_temp.rh LEFT JOIN pg_temp.rk ON rk.path = rh.path AND (probe OR asset)
+        FROM pg_temp.rh
+            LEFT JOIN pg_temp.rollup_paths p ON p.path = rh.path AND (probe OR asset)
         GROUP BY visitor, bot, missing;
 
-    -- rx: the scanners. One probe makes a scanner, and so do five different missing paths.
-    -- Crawlers can be scanners too.
+    -- One probe makes a scanner, and so do five different missing paths. Crawlers can be
+    -- scanners too.
     CREATE TEMP TABLE rx AS
-        SELECT visitor FROM pg_temp.ra WHERE probed
+        SELECT visitor FROM pg_temp.rollup_deeds WHERE probed
         UNION
         SELECT visitor
-        FROM (SELECT DISTINCT visitor, missing FROM pg_temp.ra WHERE missing IS NOT NULL) m
+        FROM (SELECT DISTINCT visitor, missing
+              FROM pg_temp.rollup_deeds
+              WHERE missing IS NOT NULL) m
         GROUP BY visitor
         HAVING count(*) >= 5;
     ANALYZE pg_temp.rx;
 
-    -- rv: the visitors that are neither crawler nor scanner, numbered. A person came from an
-    -- outside source, or loaded style sheets, scripts or fonts, or ran the beacon script.
-    -- Everybody else is an unverified browser.
+    -- A person came from an outside source, or loaded style sheets, scripts or fonts, or ran the
+    -- beacon script. Everybody else is an unverified browser. v numbers the visitors.
     CREATE TEMP TABLE rv AS
         SELECT visitor, row_number() OVER ()::integer AS v,
                bool_or(browsed OR beacons > 0) AS person
-        FROM pg_temp.ra
-        WHERE bot IS NULL
-            AND NOT EXISTS (SELECT FROM pg_temp.rx WHERE rx.visitor = ra.visitor)
+        FROM pg_temp.rollup_deeds d
+        WHERE bot IS NULL AND NOT EXISTS (SELECT FROM pg_temp.rx WHERE rx.visitor = d.visitor)
         GROUP BY visitor;
     ANALYZE pg_temp.rv;
 
-    -- rp: their page views; rows without view are their beacons.
-    --
-    -- The primary key of vesk.rollup has room for about 2,700 bytes. Here and below, a text of
-    -- more than 2,600 bytes is cut to its first 600 characters before it becomes a key, and
-    -- texts that are equal then count as one.
     CREATE TEMP TABLE rp AS
-        SELECT method = 'GET' AS view, v, person, session_id, at, id,
-               CASE WHEN octet_length(path) > 2600 THEN left(path, 600) ELSE path END AS path,
-               source_kind, source, search_terms, country, device, browser, os,
-               engaged_secs::float8 AS secs
-        FROM pg_temp.rh JOIN pg_temp.rv USING (visitor)
-        WHERE method = 'BEACON' OR method = 'GET' AND is_page AND status BETWEEN 200 AND 299;
+        SELECT v, person, session_id, at, id, page, source_kind, source, search_terms,
+               country, device, browser, os
+        FROM pg_temp.rh
+            JOIN pg_temp.rv USING (visitor)
+            JOIN pg_temp.rollup_paths USING (path)
+        WHERE method = 'GET' AND is_page AND status BETWEEN 200 AND 299;
+    ANALYZE pg_temp.rp (v, person, session_id, page);
 
-    -- rl: report lines. A visitor is either a person or not, so the lines of the two groups
-    -- are counted apart and added up for scope "all". Lines that are the same in both scopes
-    -- stand with the people.
-    CREATE TEMP TABLE rl (person boolean, dim text, key text, n1 bigint, n2 bigint);
+    -- Mostly one each.
+    CREATE TEMP TABLE rollup_clients AS
+        SELECT DISTINCT v, person, country::text COLLATE "C" AS country,
+               device COLLATE "C" AS device, browser COLLATE "C" AS browser, os COLLATE "C" AS os
+        FROM pg_temp.rp;
+    ANALYZE pg_temp.rollup_clients;
 
-    INSERT INTO pg_temp.rl
-        SELECT person, 'hour', to_char(hour, 'FM00'), count(*), sum(views)
-        FROM (SELECT v, person, date_part('hour', at)::integer AS hour, count(*) AS views
-              FROM pg_temp.rp
-              WHERE view
-              GROUP BY v, person, hour) g
+    -- From the beacons of visitors with page views. However often a page reports during a visit,
+    -- it is one timed view. A beacon need not have seconds.
+    CREATE TEMP TABLE rollup_timed AS
+        SELECT page,
+               count(DISTINCT session_id) AS timed,
+               coalesce(sum(secs), 0) AS secs,
+               count(DISTINCT session_id) FILTER (WHERE person) AS people_timed,
+               coalesce(sum(secs) FILTER (WHERE person), 0) AS people_secs
+        FROM (SELECT page, session_id, person, engaged_secs::float8 AS secs
+              FROM pg_temp.rh
+                  JOIN pg_temp.rv USING (visitor)
+                  JOIN pg_temp.rollup_paths USING (path)
+              WHERE method = 'BEACON'
+                  AND EXISTS (SELECT FROM pg_temp.rollup_clients c WHERE c.v = rv.v)) b
+        GROUP BY page;
+
+    -- A visitor is either a person or not, so the lines of the two groups are counted apart and
+    -- added up for scope "all". Lines that are the same in both scopes stand with the people.
+    CREATE TEMP TABLE rollup_lines (person boolean, dim text, key text, n1 bigint, n2 bigint);
+
+    INSERT INTO pg_temp.rollup_lines
+        SELECT person, 'hour', to_char(hour, 'FM00'), count(DISTINCT v), count(*)
+        FROM (SELECT v, person, date_part('hour', at)::integer AS hour FROM pg_temp.rp) h
         GROUP BY person, hour;
 
-    INSERT INTO pg_temp.rl
-        SELECT person, 'page', path, sum(views), count(*)
-        FROM (SELECT v, person, path, count(*) AS views
+    INSERT INTO pg_temp.rollup_lines
+        SELECT person, 'page', key, views, visitors
+        FROM (SELECT person, page, count(*) AS views, count(DISTINCT v) AS visitors
               FROM pg_temp.rp
-              WHERE view
-              GROUP BY v, person, path) g
-        GROUP BY person, path;
+              GROUP BY person, page) g
+            JOIN (SELECT DISTINCT page, key FROM pg_temp.rollup_paths) p USING (page);
 
-    -- rc: the visitors with page views and their clients, mostly one each.
-    CREATE TEMP TABLE rc AS
-        SELECT DISTINCT v, person, country, device, browser, os FROM pg_temp.rp WHERE view;
-    ANALYZE pg_temp.rc;
-
-    INSERT INTO pg_temp.rl
+    INSERT INTO pg_temp.rollup_lines
         SELECT person,
                CASE 0 WHEN grouping(country) THEN 'country'
                       WHEN grouping(device) THEN 'device'
                       WHEN grouping(browser) THEN 'browser'
                       ELSE 'os' END,
-               CASE 0 WHEN grouping(country) THEN country
+               CASE 0 WHEN grouping(country) THEN coalesce(country, '')
                       WHEN grouping(device) THEN device
                       WHEN grouping(browser) THEN browser
                       ELSE os END,
                count(DISTINCT v), 0
-        FROM (SELECT v, person, coalesce(country::text, '') AS country,
-                     CASE WHEN octet_length(device) > 2600 THEN left(device, 600)
-                          ELSE device END AS device,
-                     CASE WHEN octet_length(browser) > 2600 THEN left(browser, 600)
-                          ELSE browser END AS browser,
-                     CASE WHEN octet_length(os) > 2600 THEN left(os, 600)
-                          ELSE os END AS os
-              FROM pg_temp.rc) c
+        FROM pg_temp.rollup_clients
         GROUP BY GROUPING SETS ((person, country), (person, device), (person, browser),
                                 (person, os));
 
-    INSERT INTO pg_temp.rl
-        SELECT true, 'notfound',
-               CASE WHEN octet_length(missing) > 2600 THEN left(missing, 600)
-                    ELSE missing END AS cut,
-               sum(pages), 0
-        FROM pg_temp.ra
+    INSERT INTO pg_temp.rollup_lines
+        SELECT true, 'notfound', missing, sum(pages), 0
+        FROM pg_temp.rollup_deeds d
         WHERE missing IS NOT NULL AND pages > 0
-            AND NOT EXISTS (SELECT FROM pg_temp.rx WHERE rx.visitor = ra.visitor)
-        GROUP BY cut;
+            AND NOT EXISTS (SELECT FROM pg_temp.rx WHERE rx.visitor = d.visitor)
+        GROUP BY missing;
 
-    INSERT INTO pg_temp.rl
-        SELECT true, 'bot',
-               CASE WHEN octet_length(bot) > 2600 THEN left(bot, 600) ELSE bot END AS cut,
-               sum(hits), sum(pages)
-        FROM pg_temp.ra
+    INSERT INTO pg_temp.rollup_lines
+        SELECT true, 'bot', bot, sum(hits), sum(pages)
+        FROM pg_temp.rollup_deeds
         WHERE bot IS NOT NULL
-        GROUP BY cut;
+        GROUP BY bot;
 
-    INSERT INTO pg_temp.rl
-        SELECT true, 'totals', 'requests', coalesce(sum(hits - beacons), 0), 0 FROM pg_temp.ra
+    INSERT INTO pg_temp.rollup_lines
+        SELECT true, 'totals', 'requests', coalesce(sum(hits - beacons), 0), 0
+        FROM pg_temp.rollup_deeds
         UNION ALL
         SELECT true, 'totals', 'bot_requests', coalesce(sum(hits), 0), 0
-        FROM pg_temp.ra WHERE bot IS NOT NULL
+        FROM pg_temp.rollup_deeds WHERE bot IS NOT NULL
         UNION ALL
         SELECT true, 'totals', 'unverified', count(*), 0 FROM pg_temp.rv WHERE NOT person
         UNION ALL
         SELECT true, 'totals', 'scanners', count(*), 0 FROM pg_temp.rx;
 
-    -- rb: time on page, from the beacons of visitors with page views. However often a page
-    -- reports during a visit, it is one timed view. A beacon need not have seconds.
-    CREATE TEMP TABLE rb AS
-        SELECT path,
-               count(*) AS timed,
-               coalesce(sum(secs), 0) AS secs,
-               count(*) FILTER (WHERE person) AS people_timed,
-               coalesce(sum(people_secs), 0) AS people_secs
-        FROM (SELECT path, session_id, bool_or(person) AS person,
-                     sum(secs) AS secs, sum(secs) FILTER (WHERE person) AS people_secs
-              FROM pg_temp.rp
-              WHERE NOT view AND v IN (SELECT v FROM pg_temp.rc)
-              GROUP BY path, session_id) t
-        GROUP BY path;
-
-    -- rw: visits, those of people apart. A visit came from where its first page view came
-    -- from: the earliest, and of several at the same time the one stored first.
-    CREATE TEMP TABLE rw AS
-        SELECT DISTINCT ON (session_id, person)
-               session_id, person, count(*) OVER visit AS pages,
-               at AS first_at, id AS first_id, max(at) OVER visit AS last_at,
-               source_kind AS kind, source, search_terms AS terms
-        FROM pg_temp.rp
-        WHERE view
-        WINDOW visit AS (PARTITION BY session_id, person ORDER BY at, id
-                         ROWS BETWEEN UNBOUNDED PRECEDING AND UNBOUNDED FOLLOWING)
-        ORDER BY session_id, person, at, id;
-    ANALYZE pg_temp.rw;
+    CREATE TEMP TABLE rs (session_id bigint, pages bigint, secs float8,
+                          kind text, source text, terms text);
 
     FOREACH sc IN ARRAY ARRAY['people', 'all'] LOOP
-        -- rs: the visits of the scope. Should a person and an unverified browser share a visit
-        -- number, "all" has one visit of both halves, which begins with the earlier one.
-        DROP TABLE IF EXISTS pg_temp.rs;
-        CREATE TEMP TABLE rs AS
-            SELECT a.session_id, a.pages + coalesce(b.pages, 0) AS pages,
-                   extract(epoch FROM greatest(a.last_at, b.last_at) - a.first_at) AS secs,
-                   a.kind, a.source, a.terms
-            FROM pg_temp.rw a
-                LEFT JOIN pg_temp.rw b
-                    ON b.session_id = a.session_id AND b.person <> a.person AND sc = 'all'
-            WHERE (a.person OR sc = 'all')
-                AND (b.person IS NULL OR (a.first_at, a.first_id) < (b.first_at, b.first_id));
+        -- The visits of people remain in scope "all". Should a person and an unverified browser
+        -- share a visit number, "all" has one visit of both, which is counted anew.
+        DELETE FROM pg_temp.rs
+            WHERE EXISTS (SELECT
+                          FROM pg_temp.rp
+                          WHERE rp.session_id = rs.session_id AND NOT person);
 
-        INSERT INTO vesk.rollup (site_id, day, scope, dim, key, n1, x)
-            SELECT p_site, p_day, sc, 'totals', 'visitors', count(DISTINCT v), 0
-            FROM pg_temp.rc WHERE person OR sc = 'all'
-            UNION ALL
-            SELECT p_site, p_day, sc, 'totals', 'visits', count(*), coalesce(sum(secs), 0)
-            FROM pg_temp.rs
-            UNION ALL
-            SELECT p_site, p_day, sc, 'totals', 'pageviews', coalesce(sum(pages), 0), 0
-            FROM pg_temp.rs
-            UNION ALL
-            SELECT p_site, p_day, sc, 'totals', 'bounces', count(*), 0
-            FROM pg_temp.rs WHERE pages = 1;
+        -- A visit came from where its first page view came from: the earliest, and of several
+        -- at the same time the one stored first.
+        INSERT INTO pg_temp.rs
+            SELECT DISTINCT ON (session_id)
+                   session_id, count(*) OVER visit,
+                   extract(epoch FROM max(at) OVER visit - at),
+                   source_kind, source, search_terms
+            FROM pg_temp.rp
+            WHERE (person OR sc = 'all')
+                AND NOT EXISTS (SELECT FROM pg_temp.rs WHERE rs.session_id = rp.session_id)
+            WINDOW visit AS (PARTITION BY session_id ORDER BY at, id
+                             ROWS BETWEEN UNBOUNDED PRECEDING AND UNBOUNDED FOLLOWING)
+            ORDER BY session_id, at, id;
+        ANALYZE pg_temp.rs (session_id);
 
-        -- A path has a line even if only beacons know it: its view may be of the day before.
+        -- A page has a line even if only beacons know it: its view may be of the day before.
+        -- All other keys are cut here as those of pages were above.
         INSERT INTO vesk.rollup (site_id, day, scope, dim, key, n1, n2, n3, x)
-            SELECT p_site, p_day, sc, dim, key, sum(n1), sum(n2), sum(n3), sum(x)
+            SELECT p_site, p_day, sc, dim,
+                   CASE WHEN octet_length(key) > 2600 THEN left(key, 600) ELSE key END AS cut,
+                   sum(n1), sum(n2), sum(n3), sum(x)
             FROM (SELECT dim, key, n1, n2, 0 AS n3, 0 AS x
-                  FROM pg_temp.rl
+                  FROM pg_temp.rollup_lines
                   WHERE person OR sc = 'all'
                   UNION ALL
-                  SELECT 'page', path, 0, 0, timed, secs
-                  FROM pg_temp.rb
+                  SELECT 'page', key, 0, 0, timed, secs
+                  FROM pg_temp.rollup_timed
+                      JOIN (SELECT DISTINCT page, key FROM pg_temp.rollup_paths) p USING (page)
                   WHERE sc = 'all'
                   UNION ALL
-                  SELECT 'page', path, 0, 0, people_timed, people_secs
-                  FROM pg_temp.rb
-                  WHERE sc = 'people' AND people_timed > 0) l
-            GROUP BY dim, key;
-
-        INSERT INTO vesk.rollup (site_id, day, scope, dim, key, n1)
-            SELECT p_site, p_day, sc, 'source',
-                   CASE WHEN octet_length(origin) > 2600 THEN left(origin, 600)
-                        ELSE origin END AS cut,
-                   count(*)
-            FROM (SELECT kind || chr(9) || coalesce(source, '') AS origin FROM pg_temp.rs) o
-            GROUP BY cut;
-
-        INSERT INTO vesk.rollup (site_id, day, scope, dim, key, n1)
-            SELECT p_site, p_day, sc, 'terms',
-                   CASE WHEN octet_length(terms) > 2600 THEN left(terms, 600)
-                        ELSE terms END AS cut,
-                   count(*)
-            FROM pg_temp.rs
-            WHERE terms <> ''
-            GROUP BY cut;
+                  SELECT 'page', key, 0, 0, people_timed, people_secs
+                  FROM pg_temp.rollup_timed
+                      JOIN (SELECT DISTINCT page, key FROM pg_temp.rollup_paths) p USING (page)
+                  WHERE sc = 'people' AND people_timed > 0
+                  UNION ALL
+                  SELECT 'totals', 'visitors', count(DISTINCT v), 0, 0, 0
+                  FROM pg_temp.rollup_clients
+                  WHERE person OR sc = 'all'
+                  UNION ALL
+                  SELECT 'totals', 'visits', count(*), 0, 0, coalesce(sum(secs), 0)
+                  FROM pg_temp.rs
+                  UNION ALL
+                  SELECT 'totals', 'pageviews', coalesce(sum(pages), 0), 0, 0, 0
+                  FROM pg_temp.rs
+                  UNION ALL
+                  SELECT 'totals', 'bounces', count(*), 0, 0, 0
+                  FROM pg_temp.rs WHERE pages = 1
+                  UNION ALL
+                  SELECT 'source', kind || chr(9) || coalesce(source, ''), count(*), 0, 0, 0
+                  FROM pg_temp.rs GROUP BY kind, source
+                  UNION ALL
+                  SELECT 'terms', terms, count(*), 0, 0, 0
+                  FROM pg_temp.rs WHERE terms <> '' GROUP BY terms) l
+            GROUP BY dim, cut;
     END LOOP;
 
-    DROP TABLE pg_temp.rh, pg_temp.rk, pg_temp.ra, pg_temp.rx, pg_temp.rv, pg_temp.rp,
-               pg_temp.rc, pg_temp.rb, pg_temp.rw, pg_temp.rs, pg_temp.rl;
+    EXECUTE 'DROP TABLE ' || working_sets;
 END
 $$;
