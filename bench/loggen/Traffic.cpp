@@ -38,7 +38,7 @@ std::vector<std::string> makePages()
     return pages;
 }
 
-/// Lets people and machines come to the site. Each function below is one coming; it adds all of
+/// Lets people and machines come to the site. Each function below is one arrival; it adds all of
 /// its lines at once, also those of later seconds.
 class Traffic
 {
@@ -57,11 +57,11 @@ public:
     void run();
 
 private:
-    using Coming = void (Traffic::*)(Seconds);
+    using Arrival = void (Traffic::*)(Seconds);
 
     struct Kind
     {
-        Coming coming;
+        Arrival arrival;
         int share; ///< of all lines, in permille
         bool sleeps; ///< comes by day more often than by night
         std::int64_t credit = 0; ///< lines that are due, see run()
@@ -82,7 +82,7 @@ private:
 
     Client visitor();
     std::string origin(std::string &target);
-    Seconds arrive(
+    Seconds reach(
         Seconds at, const Client &client, const std::string &target, string_view referrer);
     void view(Seconds at, const Client &client, const std::string &target, string_view referrer);
     void assets(Seconds at, const Client &client, const std::string &page, bool firstPage);
@@ -152,7 +152,7 @@ void Traffic::run()
             kind.credit += m_options.lines * kind.share * weight(at, kind.sleeps);
             while (kind.credit >= line && !m_log.full()) {
                 const std::int64_t before = m_log.count();
-                (this->*kind.coming)(at);
+                (this->*kind.arrival)(at);
                 kind.credit -= (m_log.count() - before) * line;
             }
         }
@@ -244,7 +244,7 @@ std::string Traffic::origin(std::string &target)
 }
 
 /// A view with what may go before it: a link that leads nowhere, or one without its slash.
-Seconds Traffic::arrive(
+Seconds Traffic::reach(
     Seconds at, const Client &client, const std::string &target, string_view referrer)
 {
     if (m_random.chance(12)) {
@@ -276,7 +276,7 @@ void Traffic::person(Seconds at)
     const bool beacons = m_random.chance(780);
     const std::int64_t pages = m_random.chance(520) ? 1 : 1 + m_random.skewed(1, 9);
     for (std::int64_t number = 0; number < pages; ++number) {
-        at = arrive(at, client, target, referrer);
+        at = reach(at, client, target, referrer);
         const std::string path = target.substr(0, target.find('?'));
         const std::string address = "https://" + m_options.host + path;
         assets(at, client, path, number == 0);

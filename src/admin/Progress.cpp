@@ -27,7 +27,7 @@ constexpr int kNameColumns = 16; // what the fields leave to the name, at least
 
 constexpr std::string_view kErase = "\r\x1b[K";
 
-// What signal and message handlers need; they can be given nothing.
+// What signal and message handlers need. They take no arguments of ours, so it is global.
 volatile std::sig_atomic_t g_shown = 0;
 QtMessageHandler g_oldHandler = nullptr;
 std::array<QByteArray, 2> g_farewells; ///< two, so that one is whole whenever a signal comes

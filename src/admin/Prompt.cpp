@@ -11,7 +11,7 @@
 
 namespace {
 
-// What a signal handler needs; it can be given nothing.
+// What a signal handler needs. It takes no arguments of ours, so it is global.
 termios g_old;
 termios g_noEcho;
 

@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::array kSignals { SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP };
 
-// What the signal handler needs; it can be given nothing.
+// What the signal handler needs. It takes no arguments of ours, so it is global.
 SignalHook::Function g_leave;
 SignalHook::Function g_resume;
 std::array<struct sigaction, kSignals.size()> g_oldActions;

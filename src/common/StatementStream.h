@@ -82,8 +82,8 @@ public:
     /// statements are on their way already.
     void send(const QByteArray &sql, const Values &values);
 
-    /// Moves on what can be moved without waiting. To be called now and then between send() and
-    /// finish() by who has other work to do.
+    /// Sends and receives as much as is possible without waiting. A caller that does other work
+    /// between send() and finish() should call it now and then.
     void poll();
 
     /// Whether any statement of this stream is known to have failed.
