@@ -3,7 +3,8 @@
 
 build_packages=(g++ cmake ninja-build qt6-base-dev libqt6sql6-psql libpq-dev postgresql)
 # shellcheck disable=SC2034 # for the scripts that source this file
-test_packages=("${build_packages[@]}" clang-format iso-codes python3 openssl iproute2)
+test_packages=("${build_packages[@]}" clang-format iso-codes openssl iproute2
+    python3 python3-pexpect python3-pyte black)
 
 say() { printf '%s: %s\n' "${0##*/}" "$*" >&2; }
 

@@ -1,0 +1,275 @@
+#!/usr/bin/env python3
+"""What people see who run the program on a terminal: prompts, progress, and how it is interrupted.
+
+usage: terminal.py VESK-ADMIN, under scripts/with-postgres.
+"""
+
+import json
+import os
+import signal
+import sys
+import time
+import unittest
+
+import pexpect
+import pyte
+
+import vesk
+
+SECRET = "a long secret"
+DATABASE = vesk.Database("terminal")
+
+
+class Terminal(pexpect.spawn):
+    """The program on a terminal of 80 columns; with a script, bash runs that, and finds it as "$@"."""
+
+    def __init__(self, *arguments, script='exec "$@"'):
+        self.screen = pyte.Screen(80, 24)
+        self.stream = pyte.ByteStream(self.screen)
+        command = ["-c", script, "bash", *DATABASE.command, *arguments]
+        environment = os.environ | {"TERM": "xterm"}
+        super().__init__(
+            "bash", command, timeout=20, cwd=vesk.FOLDER, env=environment, dimensions=(24, 80)
+        )
+
+    def read_nonblocking(self, *arguments):
+        output = super().read_nonblocking(*arguments)
+        self.stream.feed(output)
+        return output
+
+    def lines(self):
+        """What the screen shows."""
+        return "\n".join(line.rstrip() for line in self.screen.display).rstrip("\n").split("\n")
+
+    def text(self):
+        """The same as one line, wherever the terminal broke it."""
+        return " ".join("".join(f"{line:80}" for line in self.lines()).split())
+
+    def end(self):
+        """The exit status, or the negative number of the signal that ended the program."""
+        self.expect(pexpect.EOF)
+        self.wait()
+        return -self.signalstatus if self.signalstatus else self.exitstatus
+
+    def answer(self, prompt, text):
+        self.expect_exact(prompt)
+        assert self.waitnoecho(), self.lines()
+        self.sendline(text)
+
+
+class Test(unittest.TestCase):
+    def setUp(self):
+        DATABASE.sql("TRUNCATE vesk.users, vesk.hits, vesk.rollup CASCADE")
+        self.log = vesk.FOLDER / "log"
+        self.written = 0
+
+    def open_log(self):
+        """A pipe for a log: while the test has it open the program waits for more."""
+        self.log.unlink(missing_ok=True)
+        os.mkfifo(self.log)
+        self.pipe = open(self.log, "r+b", buffering=0)  # does not wait for a reader
+        self.addCleanup(self.pipe.close)
+
+    def write(self):
+        self.pipe.write(vesk.log_line().encode())
+        self.written += 1
+
+    def import_log(self, script='exec "$@"'):
+        """An import that has shown how far it is."""
+        self.open_log()
+        terminal = Terminal("import-log", "example.org", "log", script=script)
+        self.show(terminal)
+        return terminal
+
+    def show(self, terminal):
+        """Feeds the import until it shows its progress."""
+        for _ in range(200):
+            self.write()
+            if terminal.expect_exact(["lines/s", pexpect.TIMEOUT], timeout=0.1) == 0:
+                break
+        self.assertRegex(terminal.lines()[-1], r"^log  \d+ lines  \d+ lines/s$")
+
+    def results(self):
+        return [
+            f"log: {self.written} lines, {self.written} stored, 0 not log entries",
+            "rolled up 1 days",
+        ]
+
+    def add_user(self, **options):
+        return Terminal("add-user", "admin", **options)
+
+    # ---- The prompt ----
+
+    def test_passwords(self):
+        created, mismatch = "created admin (maintainer)", "passwords do not match"
+        for first, second, last, status in (
+            (SECRET, SECRET, created, 0),
+            (SECRET, SECRET.upper(), mismatch, 1),
+            ("x" * 1100, None, mismatch, 1),  # too long, it is its own confirmation
+            ("\x04", None, "password must be at least 12 characters", 1),
+        ):
+            with self.subTest(first):
+                terminal = self.add_user()
+                terminal.answer("Password: ", first)
+                prompts = ["Password:"]
+                if second:
+                    terminal.answer("Again: ", second)
+                if last != "password must be at least 12 characters":
+                    prompts.append("Again:")
+                self.assertEqual((terminal.end(), terminal.lines()), (status, prompts + [last]))
+                self.assertTrue(terminal.getecho())
+                self.assertEqual(DATABASE.sql("SELECT count(*) FROM vesk.users"), str(1 - status))
+                DATABASE.sql("TRUNCATE vesk.users CASCADE")
+
+    def test_signals_find_the_echo_on(self):
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT):
+            terminal = self.add_user()
+            terminal.expect_exact("Password: ")
+            self.assertTrue(terminal.waitnoecho())
+            terminal.kill(number)
+            self.assertEqual((terminal.end(), terminal.getecho()), (-number, True))
+
+    def test_stopped_prompt(self):
+        terminal = self.add_user(script='set -m; "$@"; echo first; read; fg; echo second; read; fg')
+        terminal.expect_exact("Password: ")
+        for stop in ("first", "second"):
+            self.assertTrue(terminal.waitnoecho())
+            terminal.sendcontrol("z")
+            terminal.expect_exact(stop)
+            self.assertTrue(terminal.getecho())
+            terminal.sendline()
+        self.assertTrue(terminal.waitnoecho())
+        terminal.sendline(SECRET)
+        terminal.answer("Again: ", SECRET)
+        terminal.expect_exact("created admin (maintainer)")
+
+    # ---- Progress ----
+
+    def test_the_line_is_erased(self):
+        terminal = self.import_log()
+        self.pipe.close()
+        self.assertEqual((terminal.end(), terminal.lines()), (0, self.results()))
+
+        DATABASE.sql("ALTER TABLE vesk.hits ADD CONSTRAINT refused CHECK (status = 0) NOT VALID")
+        self.addCleanup(DATABASE.sql, "ALTER TABLE vesk.hits DROP CONSTRAINT refused")
+        terminal = self.import_log()
+        self.pipe.close()
+        terminal.expect_exact("were not kept")
+        terminal.end()
+        self.assertRegex(terminal.lines()[0], "^sql: ERROR:  new row for relation")
+        self.assertNotIn("/s", "".join(terminal.lines()))
+
+    def test_silent_elsewhere(self):
+        for script in (
+            '"$@" 2>err; cat err',
+            '"$@" 2> >(cat)',
+            'set -m; "$@" & set +m; wait',
+            'TERM=dumb "$@"',
+        ):
+            with self.subTest(script):
+                self.written = 0
+                self.open_log()
+                terminal = Terminal("import-log", "example.org", "log", script=script)
+                for _ in range(25):
+                    self.write()
+                    time.sleep(0.1)
+                self.pipe.close()
+                self.assertEqual((terminal.end(), terminal.lines()), (0, self.results()))
+                self.assertNotIn(b"\x1b", terminal.before)
+
+    def test_interrupted(self):
+        for number in (signal.SIGINT, signal.SIGTERM):
+            terminal = self.import_log()
+            if number == signal.SIGINT:
+                terminal.sendcontrol("c")
+            else:
+                terminal.kill(number)
+            self.assertEqual(terminal.end(), -number)
+            self.assertEqual(
+                terminal.text(),
+                "interrupted: log is stored up to line 0 or a little further; delete the time that"
+                " the log covers and import it again",
+            )
+
+    def test_interrupted_while_rolling_up(self):
+        self.log.unlink(missing_ok=True)
+        self.log.write_text(vesk.log_line())
+        holder = vesk.Session(DATABASE.name, "BEGIN", "LOCK vesk.rollup")
+        terminal = Terminal("import-log", "example.org", "log")
+        vesk.until(DATABASE.waiting)
+        terminal.sendcontrol("c")
+        self.assertEqual(terminal.end(), -signal.SIGINT)
+        holder.end()
+        self.assertEqual(
+            terminal.text(),
+            "log: 1 lines, 1 stored, 0 not log entries interrupted: all lines are stored, but not"
+            " all days are rolled up; run vesk-admin rollup example.org",
+        )
+
+    def test_stopped_import(self):
+        terminal = self.import_log(script='set -m; "$@"; echo stopped; read; fg')
+        terminal.sendcontrol("z")
+        terminal.expect_exact("stopped\r\n")
+        self.assertEqual(
+            [line for line in terminal.lines() if "lines" in line or "inter" in line], []
+        )
+        terminal.sendline()
+        self.show(terminal)
+        self.pipe.close()
+        terminal.end()
+        self.assertEqual(terminal.lines()[-2:], self.results())
+
+    def test_ignored_signals_stay_ignored(self):
+        terminal = self.import_log(script="trap '' INT HUP; exec \"$@\"")
+        for number in (signal.SIGINT, signal.SIGHUP):
+            terminal.kill(number)
+        self.show(terminal)
+        self.pipe.close()
+        self.assertEqual((terminal.end(), terminal.lines()), (0, self.results()))
+
+    def test_reference_data(self):
+        ranges = "".join(f"10.{i // 256}.{i % 256}.0,10.255.255.255,DE\n" for i in range(50000))
+        days = [{"keys": [f"2026-03-{i:02}"]} for i in range(1, 32)]  # more than are sent at a time
+        rows = [{"keys": ["2026-03-01", str(i), "/", "deu", "mobile"]} for i in range(2000)]
+        for command, content, table, shown, result in (
+            (
+                ["geoip-update"],
+                ranges,
+                "geo_country",
+                "  0 lines",
+                "loaded 50000 country ranges (IP data by DB-IP, CC BY 4.0)",
+            ),
+            (
+                ["import-gsc", "example.org"],
+                json.dumps({"totals": days, "rows": rows}),
+                "search_days",
+                "  0 rows",
+                "example.org: 31 days (2026-03-01 to 2026-03-31), 2000 detail rows",
+            ),
+        ):
+            (vesk.FOLDER / "data").write_text(content)
+            holder = vesk.Session(DATABASE.name, "BEGIN", f"LOCK vesk.{table}")
+            terminal = Terminal(*command, "data")
+            vesk.until(DATABASE.waiting)
+            time.sleep(1.1)  # before that nothing is shown
+            holder.end()
+            terminal.expect_exact(shown)
+            self.assertEqual((terminal.end(), terminal.lines()), (0, [result]))
+
+    # ---- Usage ----
+
+    def test_wrong_usage_is_named(self):
+        help_text = DATABASE.admin("--help").stdout
+        for arguments, named in (
+            (["frobnicate"], "there is no command frobnicate"),
+            (["rollup"], "wrong number of arguments, it is: vesk-admin rollup HOST"),
+            ([], ""),
+        ):
+            terminal = Terminal(*arguments, script='"$@" >out')
+            self.assertEqual((terminal.end(), "\n".join(terminal.lines())), (1, named))
+            self.assertEqual((vesk.FOLDER / "out").read_text(), help_text)
+            run = DATABASE.admin(*arguments)
+            self.assertEqual((run.returncode, run.stdout, run.stderr), (1, help_text, ""))
+
+
+unittest.main(argv=sys.argv[1:])
