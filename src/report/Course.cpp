@@ -15,7 +15,7 @@ struct Bin
     QDate last;
 };
 
-Step stepFor(qint64 days, int most)
+Step stepFor(qint64 days, qint64 most)
 {
     return days <= most ? Step::Day : days <= 7 * most ? Step::Week : Step::Month;
 }

@@ -142,9 +142,10 @@ int columnsOf(const QString &text)
 
 QString fit(const QString &text, int columns)
 {
-    const QString whole = clean(text);
+    QString whole = clean(text);
     const QList<uint> letters = whole.toUcs4();
-    const qsizetype most = 2 * columns; // marks take no column, but nobody needs hundreds of them
+    const qsizetype most
+        = qsizetype { 2 } * columns; // marks take no column, but nobody needs hundreds of them
     if (letters.size() <= most && columnsOf(whole) <= columns)
         return whole;
     QString cut;
