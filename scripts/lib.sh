@@ -1,7 +1,7 @@
 # shellcheck shell=bash
 # What the scripts of this folder share. To be sourced, not run; expects "set -euo pipefail".
 
-build_packages=(g++ cmake ninja-build qt6-base-dev libqt6sql6-psql libpq-dev postgresql)
+build_packages=(g++ cmake ninja-build qt6-base-dev libqt6sql6-psql libpq-dev libssl-dev postgresql)
 # shellcheck disable=SC2034 # for the scripts that source this file
 test_packages=("${build_packages[@]}" clang-format iso-codes openssl iproute2
     python3 python3-pexpect python3-pyte black)

@@ -2,13 +2,15 @@
 
 #include "analytics/PercentEncoding.h"
 #include "common/LineLimit.h"
+#include "common/Sha256.h"
 
-#include <QCryptographicHash>
 #include <QHostAddress>
 #include <QUrl>
 #include <QUrlQuery>
 
 #include <algorithm>
+#include <array>
+#include <cstdio>
 #include <limits>
 
 namespace vesk::analytics {
@@ -98,14 +100,21 @@ bool readBeacon(const QByteArray &query, Row &row)
     return *row.engagedSecs > 0;
 }
 
+/// \a day as yyyy-MM-dd. Qt takes longer for that than the hash takes.
+QByteArray isoDate(QDate day)
+{
+    std::array<char, sizeof "yyyy-MM-dd"> text {};
+    std::snprintf(text.data(), text.size(), "%04d-%02d-%02d", day.year(), day.month(), day.day());
+    return text.data();
+}
+
 } // namespace
 
 QByteArray visitorHash(
     const QByteArray &secret, int siteId, const QString &ip, const QByteArray &userAgent, QDate day)
 {
-    const QByteArray bytes = secret + day.toString(Qt::ISODate).toLatin1()
-        + QByteArray::number(siteId) + ip.toLatin1() + userAgent;
-    return QCryptographicHash::hash(bytes, QCryptographicHash::Sha256).first(kHashBytes);
+    return sha256({ secret, isoDate(day), QByteArray::number(siteId), ip.toLatin1(), userAgent })
+        .first(kHashBytes);
 }
 
 bool isAddress(const QString &text)
@@ -155,12 +164,11 @@ RowBuilder::Outcome RowBuilder::build(QByteArrayView line, Row &row)
     if (row.log.status < Status::min() || row.log.status > Status::max())
         return Outcome::NotAnEntry;
 
-    if (isAddress(row.log.ip))
-        row.ip = row.log.ip;
-    row.visitor = visitor(row.log);
+    const Visitor from = visitor(row.log);
+    row.ip = from.ip;
+    row.visitor = from.hash;
+    row.client = from.client;
     row.source = source(row.log);
-    row.client
-        = m_clients.get(row.log.userAgent, [&row] { return classifyClient(row.log.userAgent); });
     return Outcome::Row;
 }
 
@@ -171,15 +179,18 @@ Source RowBuilder::source(const LogLine &log)
     return namesCampaign(log.target) ? classify() : m_referrers.get(log.referrer, classify);
 }
 
-QByteArray RowBuilder::visitor(const LogLine &log)
+RowBuilder::Visitor RowBuilder::visitor(const LogLine &log)
 {
     const QDate day = log.at.date();
     if (day != m_visitorDay) {
         m_visitors.clear();
         m_visitorDay = day;
     }
-    return m_visitors.get(log.ip.toLatin1() + log.userAgent,
-        [&] { return visitorHash(m_secret, m_siteId, log.ip, log.userAgent, day); });
+    return m_visitors.get(log.ip.toLatin1() + log.userAgent, [&] {
+        return Visitor { isAddress(log.ip) ? log.ip : QString(),
+            visitorHash(m_secret, m_siteId, log.ip, log.userAgent, day),
+            m_clients.get(log.userAgent, [&log] { return classifyClient(log.userAgent); }) };
+    });
 }
 
 } // namespace vesk::analytics

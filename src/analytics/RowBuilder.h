@@ -55,15 +55,23 @@ public:
     Outcome build(QByteArrayView line, Row &row);
 
 private:
+    /// What address and user agent tell.
+    struct Visitor
+    {
+        QString ip; ///< empty when it is no address
+        QByteArray hash;
+        Client client;
+    };
+
     Source source(const LogLine &log);
-    QByteArray visitor(const LogLine &log);
+    Visitor visitor(const LogLine &log);
 
     QByteArray m_secret;
     int m_siteId;
     QString m_siteHost;
     Memo<Client> m_clients;
     Memo<Source> m_referrers;
-    Memo<QByteArray> m_visitors; ///< of the UTC day m_visitorDay
+    Memo<Visitor> m_visitors; ///< of the UTC day m_visitorDay
     QDate m_visitorDay;
 };
 
