@@ -54,6 +54,10 @@ void checkStored(const Row &row)
     fuzz::check(values.at(ResponseUs).isNull()
             != (row.log.responseUs >= 0 && row.log.responseUs <= 2147483646),
         "the duration fits its column");
+    QString referrer = QString::fromUtf8(row.log.referrer.left(1000));
+    fuzz::check(values.at(Referrer).isNull() == referrer.isEmpty(), "no referrer is NULL");
+    fuzz::check(values.at(Referrer) == referrer.replace(u'\0', u'\ufffd').toUtf8(),
+        "the referrer is stored as sent");
     for (const Column column : { Method, Path, Referrer })
         fuzz::checkStorableBytes(values.at(column));
 }

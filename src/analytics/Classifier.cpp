@@ -1,11 +1,12 @@
 #include "analytics/Classifier.h"
 
 #include <QRegularExpression>
-#include <QStringList>
 #include <QUrl>
 #include <QUrlQuery>
 
 #include <algorithm>
+#include <array>
+#include <string_view>
 
 namespace vesk::analytics {
 
@@ -83,8 +84,9 @@ QString crawlerName(const QString &ua)
     QString text = ua;
     text.replace(u'\u0130', u'\ufffd');
     const QByteArray lower = text.toLower().toUtf8(); // the tokens are ASCII, so bytes will do
+    const std::string_view searched(lower.constData(), static_cast<size_t>(lower.size()));
     for (const Bot &bot : kBots) {
-        if (lower.contains(bot.token))
+        if (searched.find(bot.token) != std::string_view::npos)
             return QString::fromLatin1(bot.name);
     }
     static const QRegularExpression generic(
@@ -273,6 +275,16 @@ Source classifyApp(const QString &package)
     return { QStringLiteral("referral"), package, {} };
 }
 
+/// Whether \a query may hold \a word, of lower-case letters and "_", some of them escaped perhaps.
+bool mayHold(const QByteArray &query, const char *word)
+{
+    if (query.contains(word))
+        return true;
+    // Their codes are 5F to 7A.
+    return query.contains('%')
+        && (query.contains("%5") || query.contains("%6") || query.contains("%7"));
+}
+
 /// The campaign that a request target names; a null kind when it names none.
 Source campaign(const QByteArray &target)
 {
@@ -280,7 +292,7 @@ Source campaign(const QByteArray &target)
     if (mark < 0)
         return {};
     const QByteArray text = target.sliced(mark + 1);
-    if (!text.contains("utm_source") && !text.contains('%')) // which may hide the word
+    if (!mayHold(text, "utm_source"))
         return {};
     const QUrlQuery query(QString::fromUtf8(text));
     const QString source = parameter(query, "utm_source");
@@ -344,23 +356,14 @@ Source classifySource(const QByteArray &referrer, const QByteArray &target, cons
 
 bool isPage(const QByteArray &method, const QString &path)
 {
-    static const QStringList kNotPages {
-        QStringLiteral("/wp-admin/"),
-        QStringLiteral("/wp-content/"),
-        QStringLiteral("/wp-includes/"),
-        QStringLiteral("/wp-json/"),
-        QStringLiteral("/wp-login.php"),
-        QStringLiteral("/xmlrpc.php"),
-        QStringLiteral("/wp-cron.php"),
-        QStringLiteral("/static/"),
-        QStringLiteral("/api/"),
-        QStringLiteral("/feed"),
-        QStringLiteral("/.well-known/"),
-        QStringLiteral("/cgi-bin/"),
-    };
+    using namespace std::string_view_literals;
+    static constexpr std::array kNotPages { u"/wp-admin/"sv, u"/wp-content/"sv, u"/wp-includes/"sv,
+        u"/wp-json/"sv, u"/wp-login.php"sv, u"/xmlrpc.php"sv, u"/wp-cron.php"sv, u"/static/"sv,
+        u"/api/"sv, u"/feed"sv, u"/.well-known/"sv, u"/cgi-bin/"sv };
     if (method != "GET" && method != "HEAD")
         return false;
-    const auto startsPath = [&path](const QString &prefix) { return path.startsWith(prefix); };
+    const std::u16string_view text(QStringView(path).utf16(), static_cast<size_t>(path.size()));
+    const auto startsPath = [text](std::u16string_view prefix) { return text.starts_with(prefix); };
     if (std::any_of(kNotPages.begin(), kNotPages.end(), startsPath)
         || path.endsWith(QLatin1String("/feed/")))
         return false;

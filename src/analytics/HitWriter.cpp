@@ -31,6 +31,14 @@ void addOptional(db::Values &values, QStringView text)
         values.addText(text);
 }
 
+void addOptionalUtf8(db::Values &values, QByteArrayView text)
+{
+    if (text.isEmpty() || text == "\xEF\xBB\xBF") // a byte order mark alone decodes to nothing
+        values.addNull();
+    else
+        values.addUtf8(text);
+}
+
 } // namespace
 
 void addRow(db::Values &values, int siteId, const Row &row)
@@ -48,7 +56,7 @@ void addRow(db::Values &values, int siteId, const Row &row)
     addOptional(values, row.country);
     values.addText(row.source.kind);
     addOptional(values, row.source.name);
-    addOptional(values, QString::fromUtf8(row.log.referrer.left(kMaxReferrerBytes)));
+    addOptionalUtf8(values, row.log.referrer.left(kMaxReferrerBytes));
     addOptional(values, row.source.searchTerms);
     values.addText(row.client.device);
     values.addText(row.client.browser);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <numeric>
 #include <string_view>
 
 namespace vesk::analytics {
@@ -12,6 +13,7 @@ namespace {
 
 constexpr qint64 kUnixEpochJulianDay = 2440588;
 constexpr qint64 kSecondsPerDay = 86400;
+constexpr qsizetype kSafeDigits = 18; // any number of so many fits
 constexpr int kMaxOffsetSeconds = 16 * 3600;
 constexpr qint64 kYear1 = -62135596800; // 0001-01-01 00:00 UTC in seconds since 1970
 constexpr qint64 kYear10000 = 253402300800;
@@ -44,10 +46,13 @@ std::optional<QByteArray> quoted(QByteArrayView s, qint64 &pos)
 {
     if (pos >= s.size() || s[pos] != '"')
         return {};
-    const qint64 begin = ++pos;
-    while (pos < s.size() && s[pos] != '"' && s[pos] != '\\')
-        ++pos;
-    QByteArray field = s.sliced(begin, pos - begin).toByteArray();
+    ++pos;
+    const QByteArrayView plain = upTo('"', s, pos);
+    if (pos + plain.size() < s.size() && !plain.contains('\\')) { // nearly always
+        pos += plain.size() + 1;
+        return plain.toByteArray();
+    }
+    QByteArray field;
     for (; pos < s.size() && s[pos] != '"'; ++pos) {
         if (s[pos] == '\\' && pos + 1 < s.size())
             ++pos;
@@ -78,17 +83,21 @@ int monthNumber(QByteArrayView name)
     return 0;
 }
 
-/// \a digits as a decimal number. Anything but digits is left to the platform, which also reads
-/// signs and blanks; what is no number counts as 0.
-int number(QByteArrayView digits)
+bool isDigits(QByteArrayView text)
 {
-    int value = 0;
-    for (const char c : digits) {
-        if (c < '0' || c > '9')
-            return digits.toInt();
-        value = value * 10 + (c - '0');
-    }
-    return value;
+    return std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
+/// \a text as a decimal number. Anything but some digits is left to the platform, which also reads
+/// signs and blanks; what is no number counts as 0.
+qint64 number(QByteArrayView text, bool *ok = nullptr)
+{
+    if (text.isEmpty() || text.size() > kSafeDigits || !isDigits(text))
+        return text.toLongLong(ok);
+    if (ok)
+        *ok = true;
+    return std::accumulate(text.begin(), text.end(), qint64 { 0 },
+        [](qint64 value, char c) { return value * 10 + (c - '0'); });
 }
 
 /// Reads dd/Mon/yyyy:HH:MM:SS +hhmm as UTC; invalid when it is no time of the years 1 to 9999. An
@@ -97,8 +106,9 @@ QDateTime parseTime(QByteArrayView text)
 {
     if (text.size() <= 25)
         return {};
-    const auto at
-        = [text](qsizetype pos, qsizetype length) { return number(text.sliced(pos, length)); };
+    const auto at = [text](qsizetype pos, qsizetype length) {
+        return static_cast<int>(number(text.sliced(pos, length)));
+    };
 
     const QDate date(at(7, 4), monthNumber(text.sliced(3, 3)), at(0, 2));
     const int hour = at(12, 2);
@@ -124,10 +134,7 @@ qint64 parseDuration(QByteArrayView s, qint64 pos)
     QByteArrayView lastField;
     for (QByteArrayView field = token(s, pos); !field.isEmpty(); field = token(s, pos))
         lastField = field;
-    const bool isNumber = !lastField.isEmpty()
-        && std::all_of(
-            lastField.begin(), lastField.end(), [](char c) { return c >= '0' && c <= '9'; });
-    return isNumber ? lastField.toLongLong() : -1;
+    return !lastField.isEmpty() && isDigits(lastField) ? number(lastField) : -1;
 }
 
 } // namespace
@@ -162,10 +169,11 @@ std::optional<LogLine> parseCombined(QByteArrayView line)
         entry.target = upTo(' ', *request, method.size() + 1).toByteArray();
 
     bool isNumber = false;
-    entry.status = token(line, pos).toInt(&isNumber);
-    if (!isNumber)
+    const qint64 status = number(token(line, pos), &isNumber);
+    entry.status = static_cast<int>(status);
+    if (!isNumber || entry.status != status)
         return {};
-    entry.bytes = token(line, pos).toLongLong();
+    entry.bytes = number(token(line, pos));
     entry.referrer = optionalField(line, pos);
     entry.userAgent = optionalField(line, pos);
     entry.responseUs = parseDuration(line, pos);

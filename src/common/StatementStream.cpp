@@ -65,9 +65,7 @@ QByteArray newName()
 
 void Values::addNull()
 {
-    m_offsets.push_back(-1);
-    m_lengths.push_back(0);
-    m_formats.push_back(0);
+    m_fields.push_back({ -1, 0, 0 });
 }
 
 void Values::addBool(bool value)
@@ -102,17 +100,14 @@ void Values::addTimestamp(qint64 msecs)
 
 void Values::addBytes(QByteArrayView bytes)
 {
-    append(bytes, 1);
+    std::copy(bytes.begin(), bytes.end(), append(bytes.size(), 1));
 }
 
 void Values::addText(QStringView text)
 {
     if (isPlain(text)) { // nearly always, and needs no conversion
-        append({}, 0);
-        m_lengths.back() = static_cast<int>(text.size());
-        for (const QChar c : text)
-            m_bytes += static_cast<char>(c.unicode());
-        m_bytes += '\0';
+        std::transform(text.begin(), text.end(), append(text.size(), 0),
+            [](QChar c) { return static_cast<char>(c.unicode()); });
     } else {
         appendText(text.toUtf8().replace('\0', "\xEF\xBF\xBD"));
     }
@@ -126,41 +121,48 @@ void Values::addLatin1(QByteArrayView text)
         addText(QString::fromLatin1(text));
 }
 
+void Values::addUtf8(QByteArrayView text)
+{
+    if (isPlain(text))
+        appendText(text);
+    else
+        addText(QString::fromUtf8(text));
+}
+
 QByteArrayView Values::at(qsizetype index) const
 {
-    const auto i = static_cast<size_t>(index);
-    if (m_offsets[i] < 0)
+    const Field &field = m_fields[static_cast<size_t>(index)];
+    if (field.offset < 0)
         return {};
-    return { m_bytes.data() + m_offsets[i], m_lengths[i] };
+    return { m_bytes.data() + field.offset, field.length };
 }
 
 void Values::clear()
 {
-    m_bytes.clear();
-    m_offsets.clear();
-    m_lengths.clear();
-    m_formats.clear();
+    m_used = 0;
+    m_fields.clear();
 }
 
 template <typename Integer> void Values::addBigEndian(Integer value)
 {
-    char bytes[sizeof(Integer)];
-    qToBigEndian(value, bytes);
-    append({ bytes, sizeof bytes }, 1);
+    qToBigEndian(value, append(sizeof value, 1));
 }
 
-void Values::append(QByteArrayView bytes, int format)
+/// Adds a value of \a length bytes; where they are to be written.
+char *Values::append(qsizetype length, int format)
 {
-    m_offsets.push_back(static_cast<std::ptrdiff_t>(m_bytes.size()));
-    m_lengths.push_back(static_cast<int>(bytes.size()));
-    m_formats.push_back(format);
-    m_bytes.append(bytes.data(), static_cast<size_t>(bytes.size()));
+    const size_t offset = m_used;
+    m_used += static_cast<size_t>(length) + 1;
+    if (m_bytes.size() < m_used)
+        m_bytes.resize(2 * m_used);
+    m_fields.push_back({ static_cast<std::ptrdiff_t>(offset), static_cast<int>(length), format });
+    m_bytes[m_used - 1] = '\0';
+    return m_bytes.data() + offset;
 }
 
 void Values::appendText(QByteArrayView utf8)
 {
-    append(utf8, 0);
-    m_bytes += '\0';
+    std::copy(utf8.begin(), utf8.end(), append(utf8.size(), 0));
 }
 
 QByteArray multiRow(const QByteArray &head, const QByteArray &tuple, qsizetype rows)
@@ -188,15 +190,20 @@ void StatementStream::send(const QByteArray &sql, const Values &values)
         return;
     }
 
-    std::vector<const char *> data;
-    data.reserve(values.lengths().size());
-    for (qsizetype i = 0; i < values.size(); ++i)
-        data.push_back(values.at(i).data());
+    const auto count = static_cast<size_t>(values.size());
+    std::vector<const char *> data(count);
+    std::vector<int> lengths(count);
+    std::vector<int> formats(count);
+    for (size_t i = 0; i < count; ++i) {
+        const QByteArrayView value = values.at(static_cast<qsizetype>(i));
+        data[i] = value.data();
+        lengths[i] = static_cast<int>(value.size());
+        formats[i] = values.format(static_cast<qsizetype>(i));
+    }
     m_outstanding.emplace_back();
     const QByteArray name = prepare(sql);
-    const bool sent
-        = PQsendQueryPrepared(m_connection, name.constData(), static_cast<int>(data.size()),
-              data.data(), values.lengths().data(), values.formats().data(), 0)
+    const bool sent = PQsendQueryPrepared(m_connection, name.constData(), static_cast<int>(count),
+                          data.data(), lengths.data(), formats.data(), 0)
         && PQpipelineSync(m_connection);
     if (!sent)
         giveUp();

@@ -7,7 +7,6 @@
 
 #include <cstddef>
 #include <deque>
-#include <string>
 #include <vector>
 
 struct pg_conn;
@@ -35,25 +34,32 @@ public:
     /// The same of a text in Latin-1.
     void addLatin1(QByteArrayView text);
 
-    qsizetype size() const { return static_cast<qsizetype>(m_offsets.size()); }
+    /// The same of a text in UTF-8, of which malformed sequences become U+FFFD, too.
+    void addUtf8(QByteArrayView text);
+
+    qsizetype size() const { return static_cast<qsizetype>(m_fields.size()); }
     /// The bytes that the server gets for the value \a index, null for NULL; valid until the next
-    /// change. A text has a null byte behind them, as libpq wants it.
+    /// change. There is a null byte behind them, which libpq wants of texts.
     QByteArrayView at(qsizetype index) const;
-    /// For each value the number of its bytes.
-    const std::vector<int> &lengths() const { return m_lengths; }
-    /// For each value libpq's code for its form, 0 text, 1 binary.
-    const std::vector<int> &formats() const { return m_formats; }
+    /// libpq's code for the form of the value \a index: 0 text, 1 binary.
+    int format(qsizetype index) const { return m_fields[static_cast<size_t>(index)].format; }
     void clear();
 
 private:
+    struct Field
+    {
+        std::ptrdiff_t offset; ///< into m_bytes, -1 for NULL
+        int length;
+        int format;
+    };
+
     template <typename Integer> void addBigEndian(Integer value);
-    void append(QByteArrayView bytes, int format);
+    char *append(qsizetype length, int format);
     void appendText(QByteArrayView utf8);
 
-    std::string m_bytes;
-    std::vector<std::ptrdiff_t> m_offsets; ///< into m_bytes, -1 for NULL
-    std::vector<int> m_lengths;
-    std::vector<int> m_formats;
+    std::vector<char> m_bytes;
+    size_t m_used = 0; ///< of m_bytes
+    std::vector<Field> m_fields;
 };
 
 /// \a head, which ends in "VALUES ", followed by \a rows times the group of placeholders \a tuple.
