@@ -27,7 +27,7 @@ QByteArray shown(const QString &text)
 bool followTimeZone(const QSettings &cfg)
 {
     QSqlQuery q;
-    q.prepare(QStringLiteral("SHOW TimeZone"));
+    q.prepare(QStringLiteral("SELECT current_setting('TimeZone')"));
     if (!vesk::db::exec(q) || !q.next())
         return false;
     const QString zone = q.value(0).toString();
