@@ -41,6 +41,13 @@ QString obstacle(const RotatedLog &log)
     return {};
 }
 
+/// Why a log is left out of which not all could be read.
+QString damage(const RotatedLog &log)
+{
+    return log.isArchive() ? QStringLiteral("is damaged and is not imported")
+                           : QStringLiteral("cannot be read to its end and is not imported");
+}
+
 /// What to tell of a log that begins with \a line and of which no line is an entry.
 QString strangeFormat(QByteArrayView line)
 {
@@ -104,7 +111,7 @@ Import::Outcome Import::look(const RotatedLog &log)
     const auto line = content.next();
     if (!line) {
         while (content.next()) { }
-        return content.intact() ? Outcome::Nothing : refuse(log, QStringLiteral("is damaged"));
+        return content.intact() ? Outcome::Nothing : refuse(log, damage(log));
     }
     Entry entry;
     entry.firstLine
@@ -192,7 +199,7 @@ std::optional<Ingest::Result> Import::store(
     }
     while (content.next()) { }
     if (!content.intact()) {
-        refuse(log, QStringLiteral("is damaged and is not imported"));
+        refuse(log, damage(log));
         return {};
     }
     if (result.lines > 0 && result.skipped == result.lines) {
