@@ -77,6 +77,17 @@ bool list(const Site &site)
     return true;
 }
 
+bool listSites()
+{
+    QSqlQuery q;
+    q.prepare(QStringLiteral("SELECT host FROM vesk.sites ORDER BY host"));
+    if (!vesk::db::exec(q))
+        return false;
+    while (q.next())
+        printf("%s\n", shown(q.value(0).toString()).constData());
+    return true;
+}
+
 bool dispatch(const QString &command, const Site &site)
 {
     if (command == QLatin1String("list"))
@@ -97,12 +108,13 @@ int main(int argc, char **argv)
     parser.addHelpOption();
     vesk::addConfigOption(parser);
     parser.addPositionalArgument(
-        QStringLiteral("command"), QStringLiteral("import HOST | mark HOST | list HOST"));
+        QStringLiteral("command"), QStringLiteral("import HOST | mark HOST | list [HOST]"));
     parser.process(app);
     const QStringList args = parser.positionalArguments();
     const QStringList commands { QStringLiteral("import"), QStringLiteral("mark"),
         QStringLiteral("list") };
-    if (args.size() != 2 || !commands.contains(args[0]))
+    const bool listsSites = args == QStringList(QStringLiteral("list"));
+    if (!listsSites && (args.size() != 2 || !commands.contains(args[0])))
         parser.showHelp(1);
     const QString path = vesk::configPath(parser);
     if (path.isEmpty())
@@ -110,6 +122,8 @@ int main(int argc, char **argv)
     const QSettings cfg(vesk::filePath(path), QSettings::IniFormat);
     if (!vesk::db::open(cfg, QCoreApplication::applicationName()) || !followTimeZone(cfg))
         return 1;
+    if (listsSites)
+        return listSites() ? 0 : 1;
     const auto site = Ledger::findSite(args[1]);
     if (!site) {
         qCritical("unknown site %s (add it with vesk-admin add-site)", shown(args[1]).constData());

@@ -11,24 +11,17 @@ import lzma
 import os
 import pathlib
 import random
-import re
-import signal
 import subprocess
 import sys
-import tempfile
 import time
 import unittest
 
-ADMIN, NIGHTLY = (pathlib.Path(sys.argv.pop(1)).resolve() for _ in range(2))
-CLUSTER = pathlib.Path(os.environ["PGHOST"])
+import vesk
+
+NIGHTLY = os.path.abspath(sys.argv.pop(2))
 LIB = pathlib.Path(__file__).resolve().parents[2] / "scripts/lib.sh"
 KILLS, STOPS = 32, 5
 PACK = {".gz": gzip.compress, ".bz2": bz2.compress, ".xz": lzma.compress}
-
-
-def sql(statement, database="nightly"):
-    command = ["psql", "-XAqt", "-v", "ON_ERROR_STOP=1", "-d", database, "-c", statement]
-    return subprocess.run(command, check=True, capture_output=True, text=True).stdout.strip()
 
 
 def server(function):
@@ -38,35 +31,27 @@ def server(function):
 
 
 def stop_server():
-    server(f"as_server $server_bin/pg_ctl stop -s -m immediate -D '{CLUSTER}/data'")
+    server(f"as_server $server_bin/pg_ctl stop -s -m immediate -D '{vesk.CLUSTER}/data'")
 
 
 def start_server():
-    server(f"start_cluster '{CLUSTER}/data' '{CLUSTER}' '{CLUSTER}/server.log'")
+    server(f"start_cluster '{vesk.CLUSTER}/data' '{vesk.CLUSTER}' '{vesk.CLUSTER}/server.log'")
 
 
 def lines(*paths, day=10):
-    line = '192.0.2.1 - - [{}/Mar/2026:12:00:00 +0000] "GET {} HTTP/1.1" 200 5 "-" "UA"\n'
-    return "".join(line.format(f"{day:02}", path) for path in paths)
+    return "".join(vesk.log_line(path, time=f"{day:02}/Mar/2026:12:00:00 +0000") for path in paths)
 
 
 class Nightly(unittest.TestCase):
     def setUp(self):
-        sql("DROP DATABASE IF EXISTS nightly WITH (FORCE)", "postgres")
-        sql("CREATE DATABASE nightly", "postgres")
-        place = tempfile.TemporaryDirectory()
-        self.addCleanup(place.cleanup)
-        self.folder = pathlib.Path(place.name)
-        self.ini = self.folder / "vesk.ini"
-        self.ini.write_text(
-            f"[database]\nhost={CLUSTER}\nname=nightly\nuser=postgres\ntimezone=Asia/Tokyo\n"
-        )
+        self.database = vesk.Database(self.id().split(".")[-1], settings="timezone=Asia/Tokyo")
+        self.addCleanup(vesk.psql, f"DROP DATABASE {self.database.name} WITH (FORCE)")
+        self.sql = self.database.sql
+        self.folder = vesk.FOLDER / self.database.name
+        self.folder.mkdir()
         logs = f"{self.folder}/none-* {self.folder}/a?b.log[-.][0-9]*"
-        self.environment = os.environ | {"VESK_CONFIG": str(self.ini), "VESK_LOGS": logs}
-        for command in (["migrate"], ["add-site", "Example.org", "Name"]):
-            subprocess.run(
-                [ADMIN, *command], env=self.environment, check=True, stdout=subprocess.DEVNULL
-            )
+        config = str(self.database.config)
+        self.environment = os.environ | {"VESK_CONFIG": config, "VESK_LOGS": logs}
 
     def write(self, suffix, text, age=3600):
         target = self.folder / f"a b.log{suffix}"
@@ -87,14 +72,14 @@ class Nightly(unittest.TestCase):
         self.assertEqual(process.returncode, 0 if err is None else 1, seen)
         self.assertRegex(printed, out, seen)
         self.assertRegex(complained, "^$" if err is None else err, seen)
-        stored = sql("SELECT string_agg(path, ' ' ORDER BY id) FROM vesk.hits")
+        stored = self.sql("SELECT string_agg(path, ' ' ORDER BY id) FROM vesk.hits")
         self.assertEqual(stored, paths, seen)
         self.assertEqual(self.unfinished(), "0|0", seen)
         return printed
 
     def unfinished(self):
         """Days whose report lines differ from the requests, and days that wait to be rolled up."""
-        return sql(
+        return self.sql(
             "SET timezone = 'Asia/Tokyo'; WITH a AS (SELECT at::date AS day, count(*) AS n"
             " FROM vesk.hits GROUP BY 1), b AS (SELECT day, n1 AS n FROM vesk.rollup WHERE"
             " (scope, dim, key) = ('all', 'totals', 'requests')) SELECT (SELECT count(*) FROM a"
@@ -127,13 +112,15 @@ class Nightly(unittest.TestCase):
                     start_server()
                 process.kill()
                 process.wait()
-            if sql("SELECT to_regclass('vesk_nightly.logs')"):
+            if self.sql("SELECT to_regclass('vesk_nightly.logs')"):
                 stored = "(SELECT coalesce(sum(stored), 0) FROM vesk_nightly.logs)"
-                self.assertEqual(sql(f"SELECT {stored} = (SELECT count(*) FROM vesk.hits)"), "t")
+                self.assertEqual(
+                    self.sql(f"SELECT {stored} = (SELECT count(*) FROM vesk.hits)"), "t"
+                )
         self.assertEqual(self.start().communicate()[1], "")
-        counts = sql("SELECT count(*), count(DISTINCT path) FROM vesk.hits")
+        counts = self.sql("SELECT count(*), count(DISTINCT path) FROM vesk.hits")
         self.assertEqual(counts, f"{written}|{written}")
-        self.assertEqual(sql("SELECT count(*) FROM vesk_nightly.logs"), str(round))
+        self.assertEqual(self.sql("SELECT count(*) FROM vesk_nightly.logs"), str(round))
         self.assertEqual(self.unfinished(), "0|0")
 
     def test_nights(self):
@@ -150,7 +137,7 @@ class Nightly(unittest.TestCase):
         self.expect("/0 /1 /2")
         first = hashlib.sha256(lines("/0").encode()).hexdigest()
         known = f"SELECT lines, bytes FROM vesk_nightly.logs WHERE first_line = '{first}'"
-        self.assertEqual(sql(known), f"1|{len(lines('/0'))}")
+        self.assertEqual(self.sql(known), f"1|{len(lines('/0'))}")
         self.write(".7.xz", lines("/by-hand"))
         self.expect("/0 /1 /2", "noted as imported: 1 logs", command="mark")
         shown = self.expect("/0 /1 /2", command="list").splitlines()
@@ -175,7 +162,9 @@ class Nightly(unittest.TestCase):
         self.expect("/1 /2 /3 /1 /other /other2 /other3 /last")
         self.write(".3", lines("/last", "/more"))
         self.expect("/1 /2 /3 /1 /other /other2 /other3 /last /more")
-        self.assertEqual(sql("SELECT lines FROM vesk_nightly.logs ORDER BY id DESC LIMIT 1"), "2")
+        self.assertEqual(
+            self.sql("SELECT lines FROM vesk_nightly.logs ORDER BY id DESC LIMIT 1"), "2"
+        )
 
     def test_what_is_wrong(self):
         self.expect("", command="list")
@@ -202,43 +191,37 @@ class Nightly(unittest.TestCase):
         (self.folder / "a b.log.9").symlink_to("/proc/self/mem")
         self.expect("/3 /4", err="log.9 cannot be read to its end")
         (self.folder / "a b.log.9").unlink()
-        sql("ALTER TABLE vesk.hits ADD CONSTRAINT refuse CHECK (path <> '/refused')")
+        self.sql("ALTER TABLE vesk.hits ADD CONSTRAINT refuse CHECK (path <> '/refused')")
         self.write(".9", lines(*["/fine"] * 6000, "/refused"), 9000)
         self.write(".10", lines("/8"))
         self.expect(
             "/3 /4 /8", err="log.9 is not imported: the database did not keep lines 5001 to"
         )
-        sql("ALTER TABLE vesk.hits DROP CONSTRAINT refuse")
+        self.sql("ALTER TABLE vesk.hits DROP CONSTRAINT refuse")
         self.expect("/3 /4 /8" + " /fine" * 6000 + " /refused")
         self.environment["PATH"] = "/nowhere"
         self.write(".11.xz", lines("/11"))
         self.expect("/3 /4 /8" + " /fine" * 6000 + " /refused", err="xz is missing, install it")
-        self.ini.write_text(self.ini.read_text().replace("Tokyo", "Tokio"))
+        ini = self.database.config
+        ini.write_text(ini.read_text().replace("Tokyo", "Tokio"))
         self.expect("/3 /4 /8" + " /fine" * 6000 + " /refused", err="Tokio, which the database")
 
     def test_two_at_once_and_missed_days(self):
         """The first run is killed while it rolls up, which the second one waits for and does."""
         self.write(".1", lines("/1"))
-        hold = ["psql", "-XAqt", "-d", "nightly", "-c", "BEGIN; LOCK vesk.rollup"]
-        holder = subprocess.Popen(hold + ["-c", "SELECT pg_sleep(60)"], start_new_session=True)
-        waiting = "SELECT count(*) FROM pg_stat_activity WHERE wait_event_type = 'Lock'"
+        holder = vesk.Session(self.database.name, "BEGIN", "LOCK vesk.rollup")
         first = self.start(stdout=subprocess.DEVNULL)
-        while sql(waiting) != "1":
-            time.sleep(0.02)
+        vesk.until(self.database.waiting)
         second = self.start()
         self.assertEqual(second.stdout.readline(), "waiting for another run for example.org\n")
-        self.assertEqual(sql("SELECT count(*) FROM vesk_nightly.days"), "1")
+        self.assertEqual(self.sql("SELECT count(*) FROM vesk_nightly.days"), "1")
         first.kill()
         first.communicate()
-        sql(
-            "SELECT pg_terminate_backend(pid) FROM pg_stat_activity WHERE query ~ 'rollup_day|sleep'"
-            " AND pid <> pg_backend_pid()"
-        )
-        holder.wait()
+        holder.end()
         self.assertEqual(
             second.communicate(), ("no new logs of example.org\nrolled up 1 days\n", "")
         )
         self.expect("/1", "no new logs")
 
 
-unittest.main()
+unittest.main(argv=sys.argv[1:])
