@@ -113,18 +113,20 @@ Import::Outcome Import::look(const RotatedLog &log)
         while (content.next()) { }
         return content.intact() ? Outcome::Nothing : refuse(log, damage(log));
     }
-    Entry entry;
-    entry.firstLine
-        = QCryptographicHash::hash(line->toByteArray() + '\n', QCryptographicHash::Sha256).toHex();
+    const QByteArray firstLine = line->toByteArray();
     db::Transaction transaction;
     if (!transaction.isOpen() || !m_ledger.lockTransaction())
         return refuse(log, QStringLiteral("is not imported, the next run tries again"));
-    return take(log, entry, transaction);
+    return take(log, firstLine, transaction);
 }
 
 /// Takes what no entry with the same first line covers, in one transaction.
-Import::Outcome Import::take(const RotatedLog &log, Entry entry, db::Transaction &transaction)
+Import::Outcome Import::take(
+    const RotatedLog &log, const QByteArray &firstLine, db::Transaction &transaction)
 {
+    Entry entry;
+    entry.firstLine
+        = QCryptographicHash::hash(firstLine + '\n', QCryptographicHash::Sha256).toHex();
     const auto known = m_ledger.entries(entry.firstLine);
     if (!known)
         return refuse(log, QStringLiteral("is not imported, the next run tries again"));
@@ -151,11 +153,12 @@ Import::Outcome Import::take(const RotatedLog &log, Entry entry, db::Transaction
     if (content->bytes() == entry.bytes)
         return Outcome::Nothing;
 
-    const bool wasNoted = entry.id != 0 && !entry.lines;
+    const bool isNew = entry.id == 0;
+    const bool wasNoted = !isNew && !entry.lines;
     entry.content = content->checksum();
     entry.bytes = content->bytes();
     entry.name = log.path;
-    if (m_task == Store || (entry.id != 0 && !wasNoted)) {
+    if (m_task == Store || (!isNew && !wasNoted)) {
         entry.lines = entry.lines.value_or(0) + result->lines;
         entry.stored = entry.stored.value_or(0) + result->stored;
     }
@@ -165,6 +168,8 @@ Import::Outcome Import::take(const RotatedLog &log, Entry entry, db::Transaction
     if (m_task == Store)
         printf("%s: %d lines, %d stored, %d not log entries\n", shown(log.path).constData(),
             result->lines, result->stored, result->skipped);
+    if (isNew && result->lines > 0 && result->skipped == result->lines)
+        return refuse(log, strangeFormat(firstLine));
     return Outcome::Done;
 }
 
@@ -174,17 +179,10 @@ std::optional<Ingest::Result> Import::store(
     const RotatedLog &log, LogContent &content, db::Transaction &transaction)
 {
     const Site &site = m_ledger.site();
-    QByteArray first;
     Ingest::Result result;
-    if (m_task == Store) {
-        const auto nextLine = [&] {
-            const auto line = content.next();
-            if (first.isEmpty() && line)
-                first = line->toByteArray();
-            return line;
-        };
-        result = m_ingest.ingest(site.id, site.host, nextLine, &transaction);
-    }
+    if (m_task == Store)
+        result = m_ingest.ingest(
+            site.id, site.host, [&] { return content.next(); }, &transaction);
     if (!result.lost.isEmpty()) {
         const Ingest::LostSlice &slice = result.lost.first();
         refuse(log,
@@ -201,10 +199,6 @@ std::optional<Ingest::Result> Import::store(
     if (!content.intact()) {
         refuse(log, damage(log));
         return {};
-    }
-    if (result.lines > 0 && result.skipped == result.lines) {
-        refuse(log, strangeFormat(first));
-        m_failed = true;
     }
     return result;
 }

@@ -36,7 +36,7 @@ private:
 
     bool begin();
     Outcome look(const RotatedLog &log);
-    Outcome take(const RotatedLog &log, Entry entry, db::Transaction &transaction);
+    Outcome take(const RotatedLog &log, const QByteArray &firstLine, db::Transaction &transaction);
     std::optional<analytics::Ingest::Result> store(
         const RotatedLog &log, LogContent &content, db::Transaction &transaction);
     Outcome refuse(const RotatedLog &log, const QString &why);

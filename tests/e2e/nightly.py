@@ -221,7 +221,7 @@ class Nightly(unittest.TestCase):
         self.assertEqual(
             second.communicate(), ("no new logs of example.org\nrolled up 1 days\n", "")
         )
-        self.expect("/1", "no new logs")
+        self.expect("/1", "no new logs", host="Example\\x2eorg")  # as systemd escapes it
 
 
 unittest.main(argv=sys.argv[1:])
