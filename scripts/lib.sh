@@ -55,8 +55,14 @@ install_size() {
         | tr -d '\n' || true
 }
 
-# Sets server_bin to the folder of the newest server programs. Debian keeps them off the PATH.
+# Sets server_bin to POSTGRES_BIN, or else the folder of the newest server programs. Debian keeps
+# them off the PATH.
 find_server() {
+    if [[ -n ${POSTGRES_BIN-} ]]; then
+        [[ -x $POSTGRES_BIN/initdb ]] || die "there is no initdb in $POSTGRES_BIN"
+        server_bin=$POSTGRES_BIN
+        return
+    fi
     server_bin=$(printf '%s\n' /usr/lib/postgresql/*/bin/initdb | sort -V | tail -n 1)
     [[ -x $server_bin ]] || server_bin=$(command -v initdb) \
         || die "no PostgreSQL server programs found (apt-get install postgresql)"
