@@ -83,7 +83,7 @@ as_server() (
 # Creates an empty cluster in the folder $1.
 create_cluster() {
     as_server "$server_bin/initdb" --pgdata="$1" --auth=trust --username=postgres \
-        --encoding=UTF8 --locale=C.UTF-8 --no-sync --no-instructions >/dev/null
+        --encoding=UTF8 --locale=C.UTF-8 --no-sync >/dev/null
 }
 
 # Starts the cluster in the folder $1 with its socket in the folder $2 and its log in the file $3.
