@@ -34,6 +34,12 @@ def texts_of(*sources):
     return sorted(text for text in found if not text.endswith((".h", " ")))
 
 
+def test_data(name):
+    """The texts behind ": " in the lines of the tests' file."""
+    lines = (ROOT / "tests/data" / name).read_text().splitlines()
+    return [line.partition(": ")[2] for line in lines if not line.startswith("#")]
+
+
 def main():
     log = pathlib.Path(sys.argv[1]).read_text(encoding="utf-8", errors="surrogateescape").splitlines()
     folder = pathlib.Path(sys.argv[2])
@@ -76,6 +82,10 @@ def main():
                 seed("client", agent)
             if "utm_" in target or referrer != "-":
                 seed("source", re.sub(r"[0-9]+", "1", referrer) + "\n" + ("/" if "utm_" not in target else target))
+    for agent in test_data("crawlers.txt"):
+        seed("client", agent)
+    for referrer in test_data("referrers.txt"):
+        seed("source", referrer + "\n/")
     for referrer in REFERRERS:
         for target in TARGETS:
             seed("source", f"{referrer}\n{target}\nwww.example.org")
