@@ -90,10 +90,13 @@ void Html::stranger(const QString &text)
         shown = QString::fromUcs4(
                     reinterpret_cast<const char32_t *>(letters.constData()), kMostLetters - 1)
             + QChar(0x2026);
+    open("bdi");
+    if (text.startsWith(u'/')) // a path begins on the left, whatever letters follow
+        m_xml.writeAttribute(QStringLiteral("dir"), QStringLiteral("ltr"));
     if (letters.size() > kMostLetters / 3)
-        leaf("bdi", shown, { { "title", whole } });
-    else
-        leaf("bdi", shown);
+        m_xml.writeAttribute(QStringLiteral("title"), whole);
+    m_xml.writeCharacters(shown);
+    close();
 }
 
 } // namespace vesk::report
