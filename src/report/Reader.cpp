@@ -4,6 +4,7 @@
 #include "report/Course.h"
 #include "report/Lists.h"
 #include "report/Statement.h"
+#include "report/Totals.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -19,28 +20,6 @@ namespace {
 constexpr int kTrendDays = 31; ///< of a single day: the day and the 30 before it
 constexpr int kSearchDays = 28; ///< search engines report days late
 constexpr int kWeekdaysFrom = 28;
-
-/// The counts of one kind of visitors, of a day or of several together.
-struct Counts
-{
-    double visitors = 0;
-    double visits = 0;
-    double seconds = 0; ///< of all visits together
-    double pageviews = 0;
-    double bounces = 0;
-};
-
-/// A day of the roll-up, or several together.
-struct Totals
-{
-    Counts people;
-    Counts everyone;
-    double requests = 0;
-    double botRequests = 0;
-    double unverified = 0;
-    double scanners = 0;
-    int days = 0; ///< that have a report
-};
 
 struct Traffic
 {
@@ -58,36 +37,6 @@ struct Task
     QMap<QDate, Totals> days; ///< those that have a report
     bool failed = false;
 };
-
-void add(Counts &sum, const Counts &counts)
-{
-    sum.visitors += counts.visitors;
-    sum.visits += counts.visits;
-    sum.seconds += counts.seconds;
-    sum.pageviews += counts.pageviews;
-    sum.bounces += counts.bounces;
-}
-
-Totals sumOf(const QMap<QDate, Totals> &days, const Period &period)
-{
-    Totals sum;
-    for (auto day = days.lowerBound(period.first); day != days.end() && day.key() <= period.last;
-         ++day) {
-        add(sum.people, day->people);
-        add(sum.everyone, day->everyone);
-        sum.requests += day->requests;
-        sum.botRequests += day->botRequests;
-        sum.unverified += day->unverified;
-        sum.scanners += day->scanners;
-        ++sum.days;
-    }
-    return sum;
-}
-
-Value ratio(double part, double whole)
-{
-    return whole > 0 ? Value(part / whole) : Value();
-}
 
 // ---- Days ----
 
@@ -160,59 +109,7 @@ void judgePeriods(const Task &task, const Totals &now, const Totals &before, Rep
     report.notes += note.replace(QLatin1String("%2"), QString::number(before.days));
 }
 
-// ---- Totals and charts ----
-
-/// The figures of one kind of visitors, in the order in which they are shown.
-QList<Value> figuresOf(const Counts &counts)
-{
-    return { counts.visitors, counts.visits, counts.pageviews, counts.bounces,
-        ratio(counts.bounces, counts.visits), ratio(counts.seconds, counts.visits) };
-}
-
-QList<Figure> totals(const Totals &now, const Totals &before, bool compared)
-{
-    QList<Figure> figures {
-        { QStringLiteral("visitors"), QStringLiteral("Visitors") },
-        { QStringLiteral("visits"), QStringLiteral("Visits") },
-        { QStringLiteral("pageviews"), QStringLiteral("Page views") },
-        { QStringLiteral("bounces"), QStringLiteral("Bounces") },
-        { QStringLiteral("bounce_rate"), QStringLiteral("Bounce rate"), Unit::Rate },
-        { QStringLiteral("visit_seconds"), QStringLiteral("Average visit"), Unit::Seconds },
-    };
-    const QList<Value> people = figuresOf(now.people);
-    const QList<Value> everyone = figuresOf(now.everyone);
-    const QList<Value> peopleBefore = figuresOf(before.people);
-    const QList<Value> everyoneBefore = figuresOf(before.everyone);
-    for (qsizetype i = 0; i < figures.size(); ++i) {
-        figures[i].people = people[i];
-        figures[i].everyone = everyone[i];
-        if (compared) {
-            figures[i].peopleBefore = peopleBefore[i];
-            figures[i].everyoneBefore = everyoneBefore[i];
-        }
-    }
-    return figures;
-}
-
-QList<Figure> requestTotals(const Totals &now, const Totals &before, bool compared)
-{
-    const auto figure = [compared](const char *id, const char *name, double value, double earlier,
-                            const QString &meaning) {
-        return Figure { QLatin1String(id), QLatin1String(name), Unit::Count, {}, {}, value,
-            compared ? Value(earlier) : Value(), meaning };
-    };
-    const QString part
-        = show(ratio(now.botRequests, now.requests), Unit::Rate) + QLatin1String(" of all");
-    return {
-        figure(
-            "requests", "Requests", now.requests, before.requests, QStringLiteral("of all kinds")),
-        figure("bot_requests", "By crawlers", now.botRequests, before.botRequests, part),
-        figure("unverified", "Unverified", now.unverified, before.unverified,
-            QStringLiteral("showed no sign of a person")),
-        figure("scanners", "Scanners", now.scanners, before.scanners,
-            QStringLiteral("looked for weak spots")),
-    };
-}
+// ---- Charts ----
 
 List chartOf(const char *id, const char *title, const QList<Column> &columns)
 {
@@ -540,8 +437,8 @@ std::optional<Report> readReport(const Site &site, const Period &period, const O
         return {};
     }
     judgePeriods(task, now, before, report);
-    report.totals = totals(now, before, report.compared);
-    report.requests = requestTotals(now, before, report.compared);
+    report.totals = visitorFigures(now, before, report.compared);
+    report.requests = requestFigures(now, before, report.compared);
     report.charts = charts(task);
     if (task.failed)
         return {};
