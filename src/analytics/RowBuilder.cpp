@@ -12,6 +12,7 @@
 #include <array>
 #include <cstdio>
 #include <limits>
+#include <utility>
 
 namespace vesk::analytics {
 
@@ -164,10 +165,10 @@ RowBuilder::Outcome RowBuilder::build(QByteArrayView line, Row &row)
     if (row.log.status < Status::min() || row.log.status > Status::max())
         return Outcome::NotAnEntry;
 
-    const Visitor from = visitor(row.log);
-    row.ip = from.ip;
-    row.visitor = from.hash;
-    row.client = from.client;
+    Visitor from = visitor(row.log);
+    row.ip = std::move(from.ip);
+    row.visitor = std::move(from.hash);
+    row.client = std::move(from.client);
     row.source = source(row.log);
     return Outcome::Row;
 }
