@@ -18,10 +18,11 @@ WITH hit AS NOT MATERIALIZED (
     FROM (SELECT path, path COLLATE "C" ~* {probe} AS probe, path COLLATE "C" ~* {asset} AS asset
           FROM (SELECT DISTINCT path FROM file OFFSET 0) AS p) AS k
     WHERE probe OR asset
+), lost AS MATERIALIZED (
+    SELECT path, day, visitor, status, referrer FROM hit WHERE is_request AND status IN (404, 410)
 ), gone AS MATERIALIZED (
     SELECT path, day, visitor, count(*) AS requests, bool_or(status = 404) AS not_found
-    FROM hit
-    WHERE is_request AND status IN (404, 410)
+    FROM lost
     GROUP BY path, day, visitor
 ), sweeper AS (
     SELECT day, visitor FROM gone WHERE not_found GROUP BY day, visitor HAVING count(*) >= {sweep}
@@ -45,7 +46,8 @@ WITH hit AS NOT MATERIALIZED (
 ), visit AS MATERIALIZED (
     SELECT DISTINCT ON (day, session_id)
            path AS entry, last_value(path) OVER visit AS exit, count(*) OVER visit AS views,
-           extract(epoch FROM max(at) OVER visit - at) AS seconds
+           extract(epoch FROM max(at) OVER visit - at) AS seconds,
+           CASE source_kind WHEN 'campaign' THEN search_terms END AS campaign
     FROM hit JOIN visitor USING (day, visitor)
     WHERE is_page AND method = 'GET' AND status BETWEEN 200 AND 299
           AND (kind = 'people' OR kind = 'unverified' AND :scope = 'all')
@@ -54,8 +56,8 @@ WITH hit AS NOT MATERIALIZED (
     ORDER BY day, session_id, at, id
 ), link AS (
     SELECT path, mode() WITHIN GROUP (ORDER BY referrer) AS referrer
-    FROM hit
-    WHERE status IN (404, 410) AND referrer IS NOT NULL
+    FROM lost
+    WHERE referrer IS NOT NULL
     GROUP BY path
 ), line (list, key, detail, v1, v2, v3, place) AS (
     SELECT 'day', day::text, '', sum(requests), sum(bytes), NULL::numeric,
@@ -64,8 +66,8 @@ WITH hit AS NOT MATERIALIZED (
     UNION ALL
     SELECT 'client', kind, '', sum(requests), sum(bytes), count(*), 0 FROM visitor GROUP BY kind
     UNION ALL
-    SELECT 'campaign_name', search_terms, '', count(*), NULL, NULL, 0
-    FROM hit WHERE source_kind = 'campaign' AND search_terms <> '' GROUP BY search_terms
+    SELECT 'campaign_name', campaign, '', count(*), NULL, NULL, 0
+    FROM visit WHERE campaign <> '' GROUP BY campaign
     UNION ALL
     SELECT 'address', host(ip), '', count(*), sum(hit.bytes), NULL, 0
     FROM hit JOIN visitor USING (day, visitor)
