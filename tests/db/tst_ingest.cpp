@@ -44,6 +44,7 @@ private slots:
         row("cut", "\"ABCDEFGHIJKLMNOPQRST /" + QByteArray(2500, 'p') + "\" 200 -5 \"https://a.b/" + QByteArray(987, 'r') + "\xC3\xBC\"",
             "ABCDEFGHIJKLMNOP|/" + QByteArray(1999, 'p') + "|200|-5|false|referral|a.b|https://a.b/" + QByteArray(987, 'r')
                 + "\uFFFD|-|No user agent|-|-");
+        row("a byte order mark", "\"GET /\" 200 5 \"\xEF\xBB\xBF\"", "GET|/|200|5|true|direct|-|-|-|No user agent|-|-");
         row("NUL, malformed UTF-8", R"("GET /a%00b%FF" 200 5)", "GET|/a\uFFFDb\uFFFD|200|5|true|direct|-|-|-|No user agent|-|-");
         for (const QByteArrayList &duration : QList<QByteArrayList> { { "0", "0" }, { "2147483646", "2147483646" }, { "2147483647", "-" } })
             row(R"("GET /" 1 0 "-" "-" )" + duration[0], "GET|/|1|0|true|direct|-|-|-|No user agent|-|" + duration[1]);
@@ -110,8 +111,7 @@ private slots:
         execute("ALTER TABLE vesk.hits ADD CONSTRAINT no_bad CHECK (path <> '/5300')");
         Lines lines;
         for (int i = 0; i < 10201; ++i)
-            lines += logLine("192.0.2.1", "10/12:00:00 +0000",
-                "\"GET /" + QByteArray::number(i) + "\" 200 5");
+            lines += logLine("192.0.2.1", "10/12:00:00 +0000", "\"GET /" + QByteArray::number(i) + "\" 200 5");
         ignoreWarning("^sql: .*no_bad");
         ignoreWarning("^sql: .*current transaction is aborted", 23); // not of a notification
         const Ingest::Result result = importLines(lines);
