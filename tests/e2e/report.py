@@ -17,10 +17,22 @@ from vesk import FOLDER, Database, psql
 REPORT, SHARE = sys.argv[2], pathlib.Path(sys.argv[3])
 PHONE = "Mozilla/5.0 (iPhone; CPU iPhone OS 18_5) Version/18.5 Mobile/15E148 Safari/604.1"
 DESKTOP = "Mozilla/5.0 (X11; Linux x86_64; rv:140.0) Gecko/20100101 Firefox/140.0"
-HOSTILE = ["/<script>alert(1)</script>", "/\"><img src=x onerror='alert(1)'>", "/' onmouseover='x",
-           "/a&amp;b&#x3c;&lt;", "/</title></svg></style>-->]]>", "/\u202egpj.exe", "/\u2066x\u2069",
-           "/\x1b[2J\x07\x9b31m\r\ttab\nline", "/مرحبا", "/\u200b\ufeff\u00ad\U000e0041",
-           "/" + "a" * 1900, "/" + "日" * 600, "/e" + "\u0301" * 500, "/%s%1$s\\'; DROP TABLE x;"]
+HOSTILE = [
+    "/<script>alert(1)</script>",
+    "/\"><img src=x onerror='alert(1)'>",
+    "/' onmouseover='x",
+    "/a&amp;b&#x3c;&lt;",
+    "/</title></svg></style>-->]]>",
+    "/\u202egpj.exe",
+    "/\u2066x\u2069",
+    "/\x1b[2J\x07\x9b31m\r\ttab\nline",
+    "/مرحبا",
+    "/\u200b\ufeff\u00ad\U000e0041",
+    "/" + "a" * 1900,
+    "/" + "日" * 600,
+    "/e" + "\u0301" * 500,
+    "/%s%1$s\\'; DROP TABLE x;",
+]
 OWN = "http://example.org"
 
 
@@ -35,10 +47,12 @@ class Reports(Database):
     def __init__(self):
         super().__init__("reports")
         psql("CREATE ROLE reader LOGIN; CREATE ROLE panel LOGIN")
-        self.sql("REVOKE TEMPORARY ON DATABASE reports FROM PUBLIC;"
-                 "GRANT USAGE ON SCHEMA vesk TO reader, panel;"
-                 "GRANT SELECT ON vesk.rollup, vesk.sites, vesk.search_days, vesk.search_rows"
-                 " TO reader, panel; GRANT SELECT ON vesk.hits TO reader")
+        self.sql(
+            "REVOKE TEMPORARY ON DATABASE reports FROM PUBLIC;"
+            "GRANT USAGE ON SCHEMA vesk TO reader, panel;"
+            "GRANT SELECT ON vesk.rollup, vesk.sites, vesk.search_days, vesk.search_rows"
+            " TO reader, panel; GRANT SELECT ON vesk.hits TO reader"
+        )
         for role in ("reader", "panel"):
             settings = self.config.read_text() + f"user={role}\n"
             (FOLDER / f"{role}.ini").write_text(settings)
@@ -70,24 +84,67 @@ def check_figures(reports):
     """All figures of 2 March are worked out by hand."""
     at = "02/Mar/2026:"
     phone = {"ip": "192.0.2.1", "agent": PHONE}
-    slow = [line(time=at + "09:00:03", target="/slow.js", size=10, duration=us, **phone)
-            for us in (4000, 1000, 100000, 3000, 2000)]
-    reports.add("example.org", "".join([
-        line("192.0.2.1", "01/Mar/2026:10:00:00", "/", 200, 1000, "https://www.google.com/", PHONE),
-        line("192.0.2.1", at + "09:00:00", "/", 200, 1000, "https://ecosia.org/?q=raised+beds", PHONE),
-        line("192.0.2.1", at + "09:00:01", "/files/book.pdf", 200, 1000000, OWN + "/", PHONE),
-        *[line("192.0.2.1", at + "09:00:02", "/files/gone.zip", 404, 300, OWN + "/about", PHONE)] * 2,
-        *slow,
-        line("192.0.2.1", at + "09:00:50", "/vesk-b?p=/&t=30", 204, 0, OWN + "/", PHONE),
-        line("192.0.2.2", at + "11:00:00", "/shop?utm_source=flyer&utm_campaign=may+day", 200, 2000),
-        line("192.0.2.2", at + "11:00:05", "/about", 200, 500, OWN + "/shop"),
-        line("192.0.2.2", at + "11:00:09", "/broken", 500, 50),
-        line("192.0.2.2", at + "11:00:10", "/old", 410, 70),
-        line("198.51.100.9", at + "12:00:00", "/.env", 404, 100),
-        line("198.51.100.9", at + "12:00:01", "/wp.php", 404, 100),
-        line("66.249.66.1", at + "13:00:00", "/", 200, 1000, "-", "Googlebot/2.1"),
-        line("203.0.113.5", at + "14:00:00", "/", 200, 1000),
-        line("203.0.113.5", "03/Mar/2026:00:05:00", "/", 200, 1000)]))
+    slow = [
+        line(time=at + "09:00:03", target="/slow.js", size=10, duration=us, **phone)
+        for us in (4000, 1000, 100000, 3000, 2000)
+    ]
+    reports.add(
+        "example.org",
+        "".join(
+            [
+                line(
+                    "192.0.2.1",
+                    "01/Mar/2026:10:00:00",
+                    "/",
+                    200,
+                    1000,
+                    "https://www.google.com/",
+                    PHONE,
+                ),
+                line(
+                    "192.0.2.1",
+                    at + "09:00:00",
+                    "/",
+                    200,
+                    1000,
+                    "https://ecosia.org/?q=raised+beds",
+                    PHONE,
+                ),
+                line(
+                    "192.0.2.1", at + "09:00:01", "/files/book.pdf", 200, 1000000, OWN + "/", PHONE
+                ),
+                *[
+                    line(
+                        "192.0.2.1",
+                        at + "09:00:02",
+                        "/files/gone.zip",
+                        404,
+                        300,
+                        OWN + "/about",
+                        PHONE,
+                    )
+                ]
+                * 2,
+                *slow,
+                line("192.0.2.1", at + "09:00:50", "/vesk-b?p=/&t=30", 204, 0, OWN + "/", PHONE),
+                line(
+                    "192.0.2.2",
+                    at + "11:00:00",
+                    "/shop?utm_source=flyer&utm_campaign=may+day",
+                    200,
+                    2000,
+                ),
+                line("192.0.2.2", at + "11:00:05", "/about", 200, 500, OWN + "/shop"),
+                line("192.0.2.2", at + "11:00:09", "/broken", 500, 50),
+                line("192.0.2.2", at + "11:00:10", "/old", 410, 70),
+                line("198.51.100.9", at + "12:00:00", "/.env", 404, 100),
+                line("198.51.100.9", at + "12:00:01", "/wp.php", 404, 100),
+                line("66.249.66.1", at + "13:00:00", "/", 200, 1000, "-", "Googlebot/2.1"),
+                line("203.0.113.5", at + "14:00:00", "/", 200, 1000),
+                line("203.0.113.5", "03/Mar/2026:00:05:00", "/", 200, 1000),
+            ]
+        ),
+    )
     report = reports.json("--addresses")  # of the only site and its last complete day
     server = report["server"]
     assert report["period"] == {"first": "2026-03-02", "last": "2026-03-02", "days": 1}
@@ -97,28 +154,62 @@ def check_figures(reports):
     assert report["totals"]["visit_seconds"]["people"] == 2.5
     assert server["totals"]["bytes"]["value"] == 1006470
     for part, name, columns, expected in (
-            (report, "pages", "path views views_before visitors seconds",
-             [("/", 1, 1, 1, 30), ("/about", 1, 0, 1, None), ("/shop", 1, 0, 1, None)]),
-            (report, "entry_pages", "path visits share", [("/", 1, 0.5), ("/shop", 1, 0.5)]),
-            (report, "exit_pages", "path visits share", [("/", 1, 0.5), ("/about", 1, 0.5)]),
-            (report, "visit_lengths", "bucket visits", [("0", 1), ("1", 1)]),
-            (report, "search_terms", "term visits", [("raised beds", 1)]),
-            (report, "campaigns", "campaign visits", [("may day", 1)]),
-            (server, "clients", "client requests bytes visitors",
-             [("people", 13, 1004270, 2), ("scanners", 2, 200, 1), ("crawlers", 1, 1000, 1),
-              ("unverified", 1, 1000, 1)]),
-            (server, "statuses", "status requests", [("200", 11), ("404", 4), ("410", 1), ("500", 1)]),
-            (server, "file_types", "type requests bytes",
-             [("pdf", 1, 1000000), ("pages", 8, 5720), ("zip", 2, 600), ("env", 1, 100),
-              ("js", 5, 50)]),
-            (server, "missing_files", "path requests by_scanners referrer",
-             [("/files/gone.zip", 2, 0, OWN + "/about"), ("/.env", 1, 1, None),
-              ("/wp.php", 1, 1, None), ("/old", 1, 0, None)]),
-            (server, "errors", "path status requests", [("/broken", "500", 1)]),
-            (server, "slow_paths", "path percentile_95_us median_us longest_us requests",
-             [("/slow.js", 100000, 3000, 100000, 5)]),
-            (server, "downloads", "path bytes requests", [("/files/book.pdf", 1000000, 1)]),
-            (server, "scanner_addresses", "address requests", [("198.51.100.9", 2)])):
+        (
+            report,
+            "pages",
+            "path views views_before visitors seconds",
+            [("/", 1, 1, 1, 30), ("/about", 1, 0, 1, None), ("/shop", 1, 0, 1, None)],
+        ),
+        (report, "entry_pages", "path visits share", [("/", 1, 0.5), ("/shop", 1, 0.5)]),
+        (report, "exit_pages", "path visits share", [("/", 1, 0.5), ("/about", 1, 0.5)]),
+        (report, "visit_lengths", "bucket visits", [("0", 1), ("1", 1)]),
+        (report, "search_terms", "term visits", [("raised beds", 1)]),
+        (report, "campaigns", "campaign visits", [("may day", 1)]),
+        (
+            server,
+            "clients",
+            "client requests bytes visitors",
+            [
+                ("people", 13, 1004270, 2),
+                ("scanners", 2, 200, 1),
+                ("crawlers", 1, 1000, 1),
+                ("unverified", 1, 1000, 1),
+            ],
+        ),
+        (server, "statuses", "status requests", [("200", 11), ("404", 4), ("410", 1), ("500", 1)]),
+        (
+            server,
+            "file_types",
+            "type requests bytes",
+            [
+                ("pdf", 1, 1000000),
+                ("pages", 8, 5720),
+                ("zip", 2, 600),
+                ("env", 1, 100),
+                ("js", 5, 50),
+            ],
+        ),
+        (
+            server,
+            "missing_files",
+            "path requests by_scanners referrer",
+            [
+                ("/files/gone.zip", 2, 0, OWN + "/about"),
+                ("/.env", 1, 1, None),
+                ("/wp.php", 1, 1, None),
+                ("/old", 1, 0, None),
+            ],
+        ),
+        (server, "errors", "path status requests", [("/broken", "500", 1)]),
+        (
+            server,
+            "slow_paths",
+            "path percentile_95_us median_us longest_us requests",
+            [("/slow.js", 100000, 3000, 100000, 5)],
+        ),
+        (server, "downloads", "path bytes requests", [("/files/book.pdf", 1000000, 1)]),
+        (server, "scanner_addresses", "address requests", [("198.51.100.9", 2)]),
+    ):
         found = table(part, name, *columns.split())
         assert found == expected and part["lists"][name]["total"] == len(expected), (name, found)
     assert "scanner_addresses" not in reports.json()["server"]["lists"]
@@ -129,7 +220,8 @@ def check_figures(reports):
     assert "+3  more (--rows all)\n" in text
     notes = reports.json("2026-03")["notes"]
     assert notes[1] == "There are requests until 3 March 2026, 00:05." and notes[2].endswith(
-        "Not compared with 29 January to 28 February 2026, since hours are missing."), notes
+        "Not compared with 29 January to 28 February 2026, since hours are missing."
+    ), notes
     server = reports.json(role="panel")["server"]
     assert not server["known"] and "may not read" in server["note"]
     reports.sql("DELETE FROM vesk.hits WHERE at < '2026-03-03'")
@@ -179,8 +271,13 @@ def hostile_log(names):
     for n, name in enumerate(names):
         target = urllib.parse.quote(name, safe="/")
         referrer = "https://" + name.replace('"', '\\"').replace("\n", "")
-        for status, what in ((200, target), (404, target), (500, target), (200, target + ".zip"),
-                             (200, f"/?utm_source={target}&utm_campaign={target}")):
+        for status, what in (
+            (200, target),
+            (404, target),
+            (500, target),
+            (200, target + ".zip"),
+            (200, f"/?utm_source={target}&utm_campaign={target}"),
+        ):
             log += line(f"192.0.2.{n}", "01/Jun/2026:10:00:00", what, status, 5, referrer)
     return log
 
@@ -223,16 +320,17 @@ def check_pages(reports):
 def check_failures(reports):
     reports.admin("add-site", "empty.example", "Empty")
     for arguments, message in (
-            (["nosuch.example"], "unknown site nosuch.example; there are: empty.example, "),
-            (["\x1b[2J"], "unknown site �[2J"),
-            ([], "which site? There are: "),
-            (["empty.example"], "empty.example has no reports yet"),
-            (["sample.example", "2026-03-04"], "sample.example has no report for 4 March 2026"),
-            (["sample.example", "31.31."], "31.31. is no period. Periods are: 2026-03-02, "),
-            (["--scope", "some", "sample.example"], "unknown scope some"),
-            (["--rows", "0", "sample.example"], "--rows takes a number")):
+        (["nosuch.example"], "unknown site nosuch.example; there are: empty.example, "),
+        (["\x1b[2J"], "unknown site �[2J"),
+        ([], "which site? There are: "),
+        (["empty.example"], "empty.example has no reports yet"),
+        (["sample.example", "2026-03-04"], "sample.example has no report for 4 March 2026"),
+        (["sample.example", "31.31."], "31.31. is no period. Periods are: 2026-03-02, "),
+        (["--scope", "some", "sample.example"], "unknown scope some"),
+        (["--rows", "0", "sample.example"], "--rows takes a number"),
+    ):
         run = reports.run(*arguments)
-        found = (run.returncode, run.stdout, run.stderr[:len(message)])
+        found = (run.returncode, run.stdout, run.stderr[: len(message)])
         assert found == (1, "", message), (arguments, run)
 
 
