@@ -45,10 +45,11 @@ private slots:
     void opensWhatTheFileNames()
     {
         execute("CREATE DATABASE \"comma,name\"");
-        const QByteArray settings
-            = "[database]\ntimezone=Asia/Tokyo\nuser=" + qgetenv("PGUSER") + "\nhost=" + qgetenv("PGHOST") + "\nname=";
+        const QByteArray settings = "[database]\ntimezone=Asia/Tokyo\nuser=" + qgetenv("PGUSER")
+            + "\nhost=" + qgetenv("PGHOST") + "\nname=";
         QVERIFY(reopen(m_database->file("comma.ini", settings + "comma,name")));
-        QCOMPARE(rows("SELECT current_database(), current_setting('TimeZone'), current_setting('application_name'), "
+        QCOMPARE(rows("SELECT current_database(), current_setting('TimeZone'), "
+                      "current_setting('application_name'), "
                       "current_setting('client_min_messages')"),
             QStringList("comma,name|Asia/Tokyo|some-name|warning"));
         QVERIFY(reopen(m_database->config()));
@@ -66,7 +67,8 @@ private slots:
     {
         const Table row;
         row("SELEC 1", "near \"SELEC\"");
-        row("SELECT 1 FROM nothing", "\"nothing\" does not exist"); // the server refuses to prepare it
+        row("SELECT 1 FROM nothing",
+            "\"nothing\" does not exist"); // the server refuses to prepare it
         row(kDivide.toUtf8(), "division by zero");
         row("INSERT INTO t VALUES (1)", "\\nDETAIL: .*=\\(1\\)");
         // Details that would show the refused row are left out.
@@ -91,7 +93,8 @@ private slots:
         QString error;
         QVERIFY(db::execScript("CREATE TABLE t (i int); INSERT INTO t VALUES (1);", &error));
         QCOMPARE(value("SELECT count(*) FROM t") + error, "1");
-        for (const char *script : { "SELECT 1; SELECT 1/0; SELECT 2", "SELECT 1; SELECT 1/0", "SELECT 1/0" }) {
+        for (const char *script :
+            { "SELECT 1; SELECT 1/0; SELECT 2", "SELECT 1; SELECT 1/0", "SELECT 1/0" }) {
             error.clear();
             QVERIFY2(!db::execScript(script, &error) && error.contains("division by zero"), script);
         }

@@ -19,7 +19,8 @@ QByteArray ranges(int count)
 {
     QByteArray csv;
     for (int i = 0; i < count; ++i) {
-        const QByteArray net = "10." + QByteArray::number(i / 128) + '.' + QByteArray::number(i % 128 * 2);
+        const QByteArray net
+            = "10." + QByteArray::number(i / 128) + '.' + QByteArray::number(i % 128 * 2);
         csv += net + ".0," + net + ".255," + (i % 2 ? "DE" : "FR") + '\n';
     }
     return csv;
@@ -40,7 +41,8 @@ private slots:
     void init()
     {
         QTest::failOnWarning(QRegularExpression(".*"));
-        execute("TRUNCATE vesk.geo_country; INSERT INTO vesk.geo_country VALUES ('1.0.0.0', '1.0.0.255', 'AU'); "
+        execute("TRUNCATE vesk.geo_country; INSERT INTO vesk.geo_country VALUES ('1.0.0.0', "
+                "'1.0.0.255', 'AU'); "
                 "DELETE FROM vesk.settings WHERE key = 'geoip_month'");
     }
 
@@ -51,8 +53,13 @@ private slots:
         row("no last line feed", ranges(1000).chopped(1), "1000 1000");
         row("several statements, CRLF", ranges(2500).replace("\n", "\r\n"), "2500 2500");
         row("same first address", ranges(1000) + "10.0.0.0,10.0.0.9,XX\n", "1001 1000");
-        row("passed over", ranges(1000) + "11.0.0.0,11.0.0.1,ZZ\n11.0.0.0,11.0.0.1,USA\n11.0.0.0,11.0.0.1\n\n11.0.0.0\n,,\n", "1000 1000");
-        row("further fields, IPv6", ranges(1000) + " 2001:db8::,2001:db8:ffff::,US,x,y \n", "1001 1001");
+        row("passed over",
+            ranges(1000)
+                + "11.0.0.0,11.0.0.1,ZZ\n11.0.0.0,11.0.0.1,USA\n11.0.0.0,11.0.0.1\n\n11.0.0.0\n,,"
+                  "\n",
+            "1000 1000");
+        row("further fields, IPv6", ranges(1000) + " 2001:db8::,2001:db8:ffff::,US,x,y \n",
+            "1001 1001");
         row("one usable line", QByteArray(1500, '\n') + "11.0.0.0,11.0.0.1,US", "1 1");
     }
 
@@ -62,11 +69,13 @@ private slots:
         QFETCH(QString, expected);
         QVERIFY(geoIpIsStale());
         bool ok = false;
-        QCOMPARE(updateGeoIp(m_database.file("ranges.csv", text), &ok), loaded(expected.section(u' ', 0, 0)));
+        QCOMPARE(updateGeoIp(m_database.file("ranges.csv", text), &ok),
+            loaded(expected.section(u' ', 0, 0)));
         QVERIFY(ok);
         QCOMPARE(value("SELECT count(*) FROM vesk.geo_country"), expected.section(u' ', 1));
         QCOMPARE(value("SELECT count(*) FROM vesk.geo_country WHERE country = 'AU'"), "0");
-        QCOMPARE(value("SELECT value FROM vesk.settings WHERE key = 'geoip_month'"), QDate::currentDate().toString("yyyy-MM"));
+        QCOMPARE(value("SELECT value FROM vesk.settings WHERE key = 'geoip_month'"),
+            QDate::currentDate().toString("yyyy-MM"));
         QVERIFY(!geoIpIsStale());
         execute("UPDATE vesk.settings SET value = '2020-01' WHERE key = 'geoip_month'");
         QVERIFY(geoIpIsStale());
@@ -76,20 +85,25 @@ private slots:
     {
         QStringList told;
         bool ok = false;
-        updateGeoIp(m_database.file("ranges.csv", ranges(2500).chopped(1)), &ok, [&told](QLatin1String unit, qint64 done, qint64 total) {
-            told += QStringLiteral("%1 of %2 %3").arg(QString::number(done), QString::number(total), unit);
-        });
-        QCOMPARE(told, (QStringList { "0 of 2500 lines", "1000 of 2500 lines", "2000 of 2500 lines" }));
+        updateGeoIp(m_database.file("ranges.csv", ranges(2500).chopped(1)), &ok,
+            [&told](QLatin1String unit, qint64 done, qint64 total) {
+                told += QStringLiteral("%1 of %2 %3")
+                            .arg(QString::number(done), QString::number(total), unit);
+            });
+        QCOMPARE(
+            told, (QStringList { "0 of 2500 lines", "1000 of 2500 lines", "2000 of 2500 lines" }));
     }
 
     void refuses_data()
     {
-        const Table row; // what is expected is the cause, reported once, however many statements were on their way
+        const Table row; // what is expected is the cause, reported once, however many statements
+                         // were on their way
         row("too few lines", ranges(999).chopped(1), "");
         row("", "");
         row("no usable line", ranges(1000).replace("DE", "ZZ").replace("FR", "ZZ"), "");
         row("no address", ranges(1000) + "first,last,US\n", "\"first\"");
-        row("address with a NUL", ranges(5000).replace("10.0.2.0", QByteArray("10.0.2.0\0", 9)), "10.0.2.0");
+        row("address with a NUL", ranges(5000).replace("10.0.2.0", QByteArray("10.0.2.0\0", 9)),
+            "10.0.2.0");
     }
 
     void refuses()
@@ -99,7 +113,8 @@ private slots:
         if (!expected.isEmpty())
             ignoreWarning("^sql: .*invalid.*" + expected);
         bool ok = true;
-        QCOMPARE(updateGeoIp(m_database.file("ranges.csv", text), &ok), expected.isEmpty() ? kRefusal : "database error while loading");
+        QCOMPARE(updateGeoIp(m_database.file("ranges.csv", text), &ok),
+            expected.isEmpty() ? kRefusal : "database error while loading");
         QVERIFY(!ok && geoIpIsStale());
         QCOMPARE(rows("TABLE vesk.geo_country"), QStringList("1.0.0.0|1.0.0.255|AU"));
     }
@@ -111,13 +126,15 @@ private slots:
         QVERIFY(gzip.waitForFinished());
         const QByteArray whole = gzip.readAllStandardOutput();
         bool ok = false;
-        for (const QByteArray &damaged : { whole.chopped(8), whole.first(whole.size() / 2), QByteArray("no archive") }) {
+        for (const QByteArray &damaged :
+            { whole.chopped(8), whole.first(whole.size() / 2), QByteArray("no archive") }) {
             QCOMPARE(updateGeoIp(m_database.file("ranges.csv.gz", damaged), &ok), kRefusal);
             QVERIFY(!ok);
         }
         QCOMPARE(updateGeoIp("/nowhere.csv", &ok), kRefusal);
         QCOMPARE(rows("TABLE vesk.geo_country"), QStringList("1.0.0.0|1.0.0.255|AU"));
-        QCOMPARE(updateGeoIp(m_database.file("ranges.csv.gz", whole + QByteArray(512, '\0')), &ok), loaded("20000"));
+        QCOMPARE(updateGeoIp(m_database.file("ranges.csv.gz", whole + QByteArray(512, '\0')), &ok),
+            loaded("20000"));
     }
 
     void importsFindTheCountry()
@@ -139,7 +156,8 @@ private slots:
         execute("INSERT INTO vesk.sites (host, name) VALUES ('example.org', '')");
         importLines(lines);
         QCOMPARE(rows("SELECT coalesce(country, '-') FROM vesk.hits ORDER BY id"),
-            QStringList(expected + expected + expected).replaceInStrings(QRegularExpression(".*="), ""));
+            QStringList(expected + expected + expected)
+                .replaceInStrings(QRegularExpression(".*="), ""));
     }
 
 private:

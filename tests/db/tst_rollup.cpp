@@ -10,10 +10,13 @@ void addHits(const QStringList &hits)
 {
     for (const QString &hit : hits) {
         const QStringList w = words(hit);
-        execute("INSERT INTO vesk.hits (site_id, visitor, session_id, at, method, path, status, is_page, source_kind, bot, country, "
+        execute("INSERT INTO vesk.hits (site_id, visitor, session_id, at, method, path, status, "
+                "is_page, source_kind, bot, country, "
                 "device, browser, os) VALUES (1, '"
-            + w[0] + "', " + w[1] + ", '2026-03-10 " + w[2] + "', '" + w[3] + "', '" + w[4] + "', " + w[5] + ", '" + w[6] + "' = 'page', '"
-            + w[7] + "', " + (w.size() > 8 ? '\'' + w[8] + '\'' : "NULL") + ", 'DE', 'desktop', 'Firefox', 'Linux')");
+            + w[0] + "', " + w[1] + ", '2026-03-10 " + w[2] + "', '" + w[3] + "', '" + w[4] + "', "
+            + w[5] + ", '" + w[6] + "' = 'page', '" + w[7] + "', "
+            + (w.size() > 8 ? '\'' + w[8] + '\'' : "NULL")
+            + ", 'DE', 'desktop', 'Firefox', 'Linux')");
     }
 }
 
@@ -25,7 +28,8 @@ void rollUp(const QString &day = "2026-03-10")
 /// The lines of a dimension as "key=n1/n2/n3/x", without trailing zeros, sorted.
 QString lines(const QString &scope, const QString &dim)
 {
-    return rows(QStringLiteral("SELECT key || '=' || regexp_replace(concat_ws('/', n1, n2, n3, x), '(/0)+$', '') FROM vesk.rollup "
+    return rows(QStringLiteral("SELECT key || '=' || regexp_replace(concat_ws('/', n1, n2, n3, x), "
+                               "'(/0)+$', '') FROM vesk.rollup "
                                "WHERE scope = '%1' AND dim = '%2' ORDER BY key COLLATE \"C\"")
                     .arg(scope, dim))
         .join(u' ');
@@ -34,7 +38,8 @@ QString lines(const QString &scope, const QString &dim)
 /// The figures \a keys of the totals.
 QString totals(const QString &scope, const QString &keys)
 {
-    return rows(QStringLiteral("SELECT n1 FROM unnest('{%2}'::text[]) WITH ORDINALITY k (key, n) JOIN vesk.rollup USING (key) "
+    return rows(QStringLiteral("SELECT n1 FROM unnest('{%2}'::text[]) WITH ORDINALITY k (key, n) "
+                               "JOIN vesk.rollup USING (key) "
                                "WHERE scope = '%1' AND dim = 'totals' ORDER BY n")
                     .arg(scope, keys))
         .join(u' ');
@@ -47,26 +52,34 @@ class TestRollup : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase() { execute("INSERT INTO vesk.sites (host, name) VALUES ('example.org', ''), ('other.example', '')"); }
+    void initTestCase()
+    {
+        execute("INSERT INTO vesk.sites (host, name) VALUES ('example.org', ''), ('other.example', "
+                "'')");
+    }
     void init() { execute("BEGIN"); }
     void cleanup() { execute("ROLLBACK"); }
 
     void emptyDay()
     {
         rollUp();
-        QCOMPARE(value("SELECT count(*) || ' ' || sum(n1 + n2 + n3) + sum(x) FROM vesk.rollup"), "16 0");
-        QCOMPARE(lines("people", "totals"), "bot_requests=0 bounces=0 pageviews=0 requests=0 scanners=0 unverified=0 visitors=0 visits=0");
+        QCOMPARE(
+            value("SELECT count(*) || ' ' || sum(n1 + n2 + n3) + sum(x) FROM vesk.rollup"), "16 0");
+        QCOMPARE(lines("people", "totals"),
+            "bot_requests=0 bounces=0 pageviews=0 requests=0 scanners=0 unverified=0 visitors=0 "
+            "visits=0");
     }
 
     /// What a visitor does besides a direct page view.
     void whoIsAPerson_data()
     {
         const Table row;
-        for (const char *hit :
-            { "BEACON / 204 other direct", "GET /a.css 200 other direct", "GET /a.WOFF2 304 other direct", "GET / 500 page search" })
+        for (const char *hit : { "BEACON / 204 other direct", "GET /a.css 200 other direct",
+                 "GET /a.WOFF2 304 other direct", "GET / 500 page search" })
             row(hit, "person");
-        for (const char *hit : { "GET /b 200 page internal", "GET /a.js.map 200 other direct", "GET /a.css 404 other direct",
-                 "GET /a.png 200 other direct", "GET /a.js 200 page direct", "GET /a.png 200 other referral" })
+        for (const char *hit : { "GET /b 200 page internal", "GET /a.js.map 200 other direct",
+                 "GET /a.css 404 other direct", "GET /a.png 200 other direct",
+                 "GET /a.js 200 page direct", "GET /a.png 200 other referral" })
             row(hit, "unverified");
     }
 
@@ -76,7 +89,8 @@ private slots:
         addHits({ "v 1 10:00 GET / 200 page direct", "v 1 10:01 " + text });
         rollUp();
         QCOMPARE(totals("all", "visitors"), "1");
-        QTEST(QString(totals("people", "visitors,unverified") == "1 0" ? "person" : "unverified"), "expected");
+        QTEST(QString(totals("people", "visitors,unverified") == "1 0" ? "person" : "unverified"),
+            "expected");
         QCOMPARE(totals("all", "unverified"), totals("people", "visitors") == "0" ? "1" : "0");
     }
 
@@ -84,9 +98,11 @@ private slots:
     void whoIsAScanner_data()
     {
         const Table row;
-        for (const char *paths : { "/1 /2 /3 /4 /5", "/a/.env", "/.well-known", "/PhpInfo", "/x/cgi-bin/", "/@fs/etc" })
+        for (const char *paths :
+            { "/1 /2 /3 /4 /5", "/a/.env", "/.well-known", "/PhpInfo", "/x/cgi-bin/", "/@fs/etc" })
             row(paths, "scanner");
-        for (const char *paths : { "/1 /2 /3 /4 /4", "/.well-known/x", "/.WELL-KNOWN/x", "/a.env", "/cgi-bin" })
+        for (const char *paths :
+            { "/1 /2 /3 /4 /4", "/.well-known/x", "/.WELL-KNOWN/x", "/a.env", "/cgi-bin" })
             row(paths, "none");
     }
 
@@ -110,17 +126,22 @@ private slots:
     void allLinesOfADay()
     {
         addHits({ "a 1 09:59:30 GET / 200 page search", "a 1 10:00:00 GET /b 200 page internal",
-            "a 1 10:00:01 GET /x.png 200 other internal", "a 1 10:00:02 HEAD /c 200 page internal", "a 1 10:00:03 GET /d 304 page internal",
-            "a 2 12:00:00 GET / 299 page direct", "b 3 10:00:00 GET / 200 page direct", "b 3 10:00:00 GET /gone 404 page direct",
-            "c 4 10:00:00 GET /gone 404 page direct Bot", "c 4 10:00:00 GET /y.png 200 other direct Bot",
+            "a 1 10:00:01 GET /x.png 200 other internal", "a 1 10:00:02 HEAD /c 200 page internal",
+            "a 1 10:00:03 GET /d 304 page internal", "a 2 12:00:00 GET / 299 page direct",
+            "b 3 10:00:00 GET / 200 page direct", "b 3 10:00:00 GET /gone 404 page direct",
+            "c 4 10:00:00 GET /gone 404 page direct Bot",
+            "c 4 10:00:00 GET /y.png 200 other direct Bot",
             "d 5 10:00:00 GET /.git 404 page search Scan" });
-        execute("UPDATE vesk.hits SET source = 'Bing', search_terms = 'x y' WHERE source_kind = 'search'; "
+        execute("UPDATE vesk.hits SET source = 'Bing', search_terms = 'x y' WHERE source_kind = "
+                "'search'; "
                 "UPDATE vesk.hits SET country = NULL, browser = 'Other' WHERE visitor = 'b'");
         rollUp();
         const std::pair<const char *, QStringList> expected[] = {
             { "totals",
-                { "bot_requests=3 bounces=1 pageviews=3 requests=11 scanners=1 unverified=1 visitors=1 visits=2/0/0/30",
-                    "bot_requests=3 bounces=2 pageviews=4 requests=11 scanners=1 unverified=1 visitors=2 visits=3/0/0/30" } },
+                { "bot_requests=3 bounces=1 pageviews=3 requests=11 scanners=1 unverified=1 "
+                  "visitors=1 visits=2/0/0/30",
+                    "bot_requests=3 bounces=2 pageviews=4 requests=11 scanners=1 unverified=1 "
+                    "visitors=2 visits=3/0/0/30" } },
             { "hour", { "09=1/1 10=1/1 12=1/1", "09=1/1 10=2/2 12=1/1" } },
             { "page", { "/=2/1 /b=1/1", "/=3/2 /b=1/1" } },
             { "source", { "direct\t=1 search\tBing=1", "direct\t=2 search\tBing=1" } },
@@ -138,8 +159,9 @@ private slots:
 
     void beaconsTimePages()
     {
-        addHits({ "a 1 10:00 GET / 200 page direct", "a 1 10:01 BEACON / 204 other direct", "a 1 10:02 BEACON / 204 other direct",
-            "a 2 10:02 BEACON / 204 other direct", "a 1 00:00 BEACON /late 204 other direct", "b 3 10:03 BEACON / 204 other direct" });
+        addHits({ "a 1 10:00 GET / 200 page direct", "a 1 10:01 BEACON / 204 other direct",
+            "a 1 10:02 BEACON / 204 other direct", "a 2 10:02 BEACON / 204 other direct",
+            "a 1 00:00 BEACON /late 204 other direct", "b 3 10:03 BEACON / 204 other direct" });
         execute("UPDATE vesk.hits SET engaged_secs = 1.5 WHERE method = 'BEACON'");
         // A request may really have the method BEACON, and then it has no seconds.
         addHits({ "a 1 10:04 BEACON /odd 200 other direct" });
@@ -150,22 +172,25 @@ private slots:
 
     void firstViewDecidesTheSource()
     {
-        addHits({ "a 1 10:01 GET / 200 page campaign", "a 1 10:00 GET / 200 page social", "a 1 10:00 GET / 200 page search",
-            "a 1 09:00 GET / 404 page email" });
+        addHits({ "a 1 10:01 GET / 200 page campaign", "a 1 10:00 GET / 200 page social",
+            "a 1 10:00 GET / 200 page search", "a 1 09:00 GET / 404 page email" });
         rollUp();
         QCOMPARE(lines("people", "source"), "social\t=1");
     }
 
-    /// Keys that the primary key could not hold are cut, and what becomes equal is counted together.
+    /// Keys that the primary key could not hold are cut, and what becomes equal is counted
+    /// together.
     void longKeysAreCounted()
     {
         addHits({ "a 1 10:00 GET / 200 page search", "a 1 10:00 GET / 200 page search",
             "b 2 10:00 GET / 404 page search", "c 3 10:00 GET / 200 other direct Bot" });
         // Random, so that the index cannot compress them; equal in their first 600 characters.
-        execute("WITH long AS (SELECT string_agg(chr(19968 + (random() * 20000)::int), '') AS t FROM generate_series(1, 1900)) "
-                "UPDATE vesk.hits SET path = '/' || t || id, search_terms = t || id, source = t || id, "
-                "device = t || visitor, browser = t || visitor, os = t || visitor, "
-                "bot = CASE WHEN bot = 'Bot' THEN t END FROM long");
+        execute(
+            "WITH long AS (SELECT string_agg(chr(19968 + (random() * 20000)::int), '') AS t FROM "
+            "generate_series(1, 1900)) "
+            "UPDATE vesk.hits SET path = '/' || t || id, search_terms = t || id, source = t || id, "
+            "device = t || visitor, browser = t || visitor, os = t || visitor, "
+            "bot = CASE WHEN bot = 'Bot' THEN t END FROM long");
         rollUp();
         QCOMPARE(rows("SELECT dim, length(key), n1, n2 FROM vesk.rollup WHERE scope = 'people' "
                       "AND dim NOT IN ('totals', 'hour', 'country') ORDER BY dim")
@@ -173,14 +198,19 @@ private slots:
             "bot|600|1|0 browser|600|1|0 device|600|1|0 notfound|600|1|0 os|600|1|0 page|600|2|1 "
             "source|600|1|0 terms|600|1|0");
 
-        execute("UPDATE vesk.hits SET search_terms = repeat('x', 2600) || repeat('y', (id - (SELECT min(id) FROM vesk.hits))::int)");
+        execute("UPDATE vesk.hits SET search_terms = repeat('x', 2600) || repeat('y', (id - "
+                "(SELECT min(id) FROM vesk.hits))::int)");
         rollUp();
-        QCOMPARE(rows("SELECT length(key), n1 FROM vesk.rollup WHERE scope = 'people' AND dim = 'terms'"), QStringList("2600|1"));
+        QCOMPARE(
+            rows(
+                "SELECT length(key), n1 FROM vesk.rollup WHERE scope = 'people' AND dim = 'terms'"),
+            QStringList("2600|1"));
     }
 
     void daysAreLocal_data()
     {
-        const Table row; // with views at every full hour, the number of them, the first and the last hour of 2026-03-29
+        const Table row; // with views at every full hour, the number of them, the first and the
+                         // last hour of 2026-03-29
         row("UTC", "24 00 23");
         row("Europe/Berlin", "23 00 23"); // the clocks go forward
         row("Asia/Kolkata", "24 00 23");
@@ -190,18 +220,22 @@ private slots:
     {
         QFETCH(QByteArray, text);
         execute("SET TIME ZONE '" + text + '\'');
-        execute("INSERT INTO vesk.hits (site_id, at, visitor, session_id, method, path, status, is_page, source_kind, device, browser, os) "
+        execute("INSERT INTO vesk.hits (site_id, at, visitor, session_id, method, path, status, "
+                "is_page, source_kind, device, browser, os) "
                 "SELECT 1, t, 'a', 1, 'GET', '/', 200, true, 'search', '', '', '' "
-                "FROM generate_series(timestamptz '2026-03-28 00:00Z', '2026-03-30 23:00Z', '1 hour') t");
+                "FROM generate_series(timestamptz '2026-03-28 00:00Z', '2026-03-30 23:00Z', '1 "
+                "hour') t");
         rollUp("2026-03-29");
-        QTEST(value("SELECT sum(n2) || ' ' || min(key) || ' ' || max(key) FROM vesk.rollup WHERE scope = 'people' AND dim = 'hour'"),
+        QTEST(value("SELECT sum(n2) || ' ' || min(key) || ' ' || max(key) FROM vesk.rollup WHERE "
+                    "scope = 'people' AND dim = 'hour'"),
             "expected");
     }
 
     void replacesItsDayOnly()
     {
         addHits({ "a 1 10:00 GET / 200 page search" });
-        execute("INSERT INTO vesk.rollup VALUES (1, '2026-03-10', 'people', 'page', '/old'), (1, '2026-03-09', 'people', 'page', "
+        execute("INSERT INTO vesk.rollup VALUES (1, '2026-03-10', 'people', 'page', '/old'), (1, "
+                "'2026-03-09', 'people', 'page', "
                 "'/before'), (2, '2026-03-10', 'people', 'page', '/other')");
         rollUp();
         const QStringList once = rows("SELECT r FROM vesk.rollup r ORDER BY 1");
@@ -218,14 +252,18 @@ private slots:
     /// Whatever the session has set, the lines are the same and permanent tables are not touched.
     void withstandsOddSessions()
     {
-        addHits({ "a 1 10:00 GET / 200 page direct", "a 1 10:00 GET /a.css 200 other direct", "b 2 10:00 GET /.env 404 page direct" });
+        addHits({ "a 1 10:00 GET / 200 page direct", "a 1 10:00 GET /a.css 200 other direct",
+            "b 2 10:00 GET /.env 404 page direct" });
         for (const char *table : { "rh", "rx", "rv", "rp", "rs" })
             execute(QStringLiteral("CREATE TABLE %1 (i int)").arg(QLatin1String(table)));
-        execute("CREATE TEMP TABLE rh (left_over int); SET search_path = public, pg_temp; SET standard_conforming_strings = off; "
+        execute("CREATE TEMP TABLE rh (left_over int); SET search_path = public, pg_temp; SET "
+                "standard_conforming_strings = off; "
                 "SET escape_string_warning = off");
         rollUp();
         QCOMPARE(totals("people", "visitors,scanners"), "1 1");
-        QCOMPARE(value("SELECT count(*) FROM pg_class WHERE relname IN ('rh', 'rx', 'rv', 'rp', 'rs')"), "5");
+        QCOMPARE(
+            value("SELECT count(*) FROM pg_class WHERE relname IN ('rh', 'rx', 'rv', 'rp', 'rs')"),
+            "5");
     }
 
 private:

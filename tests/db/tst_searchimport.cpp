@@ -25,11 +25,12 @@ QByteArray withRows(const QByteArray &rows)
 
 QStringList days()
 {
-    return rows("SELECT site_id, engine, day, clicks, impressions, position FROM vesk.search_days ORDER BY 1, 2, 3");
+    return rows("SELECT site_id, engine, day, clicks, impressions, position FROM vesk.search_days "
+                "ORDER BY 1, 2, 3");
 }
 
-const QStringList kBefore { "1|bing|2024-05-02|1|1|1", "1|google|2024-05-02|1|1|1", "1|google|2024-05-09|1|1|1",
-    "2|google|2024-05-02|1|1|1" };
+const QStringList kBefore { "1|bing|2024-05-02|1|1|1", "1|google|2024-05-02|1|1|1",
+    "1|google|2024-05-09|1|1|1", "2|google|2024-05-02|1|1|1" };
 
 } // namespace
 
@@ -41,10 +42,12 @@ private slots:
     void init()
     {
         QTest::failOnWarning(QRegularExpression(".*"));
-        execute("TRUNCATE vesk.sites RESTART IDENTITY CASCADE; INSERT INTO vesk.sites (host, name) VALUES ('a', ''), ('b', '')");
+        execute("TRUNCATE vesk.sites RESTART IDENTITY CASCADE; INSERT INTO vesk.sites (host, name) "
+                "VALUES ('a', ''), ('b', '')");
         for (const QString &day : kBefore)
             execute("INSERT INTO vesk.search_days VALUES ('" + day.split(u'|').join("', '") + "')");
-        execute("INSERT INTO vesk.search_rows SELECT site_id, engine, day, 'old', '/', NULL, NULL, 1, 1, 1 FROM vesk.search_days");
+        execute("INSERT INTO vesk.search_rows SELECT site_id, engine, day, 'old', '/', NULL, NULL, "
+                "1, 1, 1 FROM vesk.search_days");
     }
 
     void replacesTheRange()
@@ -58,10 +61,13 @@ private slots:
                          &ok),
                 "2 days (2024-05-01 to 2024-05-03), 1 detail rows");
             QVERIFY(ok);
+            QCOMPARE(days(),
+                (QStringList { kBefore[0], "1|google|2024-05-01|1|10|2",
+                    "1|google|2024-05-03|3|30|1.5", kBefore[2], kBefore[3] }));
             QCOMPARE(
-                days(), (QStringList { kBefore[0], "1|google|2024-05-01|1|10|2", "1|google|2024-05-03|3|30|1.5", kBefore[2], kBefore[3] }));
-            QCOMPARE(rows("SELECT site_id, engine, day, query FROM vesk.search_rows ORDER BY 1, 2, 3"),
-                (QStringList { "1|bing|2024-05-02|old", "1|google|2024-05-02|new", "1|google|2024-05-09|old", "2|google|2024-05-02|old" }));
+                rows("SELECT site_id, engine, day, query FROM vesk.search_rows ORDER BY 1, 2, 3"),
+                (QStringList { "1|bing|2024-05-02|old", "1|google|2024-05-02|new",
+                    "1|google|2024-05-09|old", "2|google|2024-05-02|old" }));
         }
     }
 
@@ -77,9 +83,11 @@ private slots:
         row(R"({"totals": {"a": 1}})", "");
         row(R"({"totals": [{}]})", "invalid input syntax for type date");
         row(R"({"totals": [{"keys": ["2024-05-02"]}, {"keys": ["2024-05-32"]}]})", "2024-05-32");
-        row(R"({"totals": [{"keys": ["2024-05-02"]}, {"keys": ["2024-05-02"]}]})", "search_days_pkey");
+        row(R"({"totals": [{"keys": ["2024-05-02"]}, {"keys": ["2024-05-02"]}]})",
+            "search_days_pkey");
         row(withRows(R"({"keys": ["May"]})"), "May");
-        row(R"({"totals": [{"keys": ["2024-05-02"], "position": 1e300}]})", "out of range for type real");
+        row(R"({"totals": [{"keys": ["2024-05-02"], "position": 1e300}]})",
+            "out of range for type real");
     }
 
     void refuses()
@@ -89,7 +97,8 @@ private slots:
         if (!expected.isEmpty())
             ignoreWarning("^sql: .*" + expected);
         bool ok = true;
-        QCOMPARE(import(text, &ok), expected.isEmpty() ? "no daily totals in the data" : "database error while storing");
+        QCOMPARE(import(text, &ok),
+            expected.isEmpty() ? "no daily totals in the data" : "database error while storing");
         QVERIFY(!ok);
         QCOMPARE(days(), kBefore);
         QCOMPARE(value("SELECT count(*) FROM vesk.search_rows WHERE query = 'old'"), "4");
@@ -97,8 +106,10 @@ private slots:
 
     void aLostCommitIsNoSuccess()
     {
-        execute("CREATE FUNCTION refuse() RETURNS trigger LANGUAGE plpgsql AS $$ BEGIN RAISE 'not today'; END $$; "
-                "CREATE CONSTRAINT TRIGGER late AFTER INSERT ON vesk.search_days DEFERRABLE INITIALLY DEFERRED "
+        execute("CREATE FUNCTION refuse() RETURNS trigger LANGUAGE plpgsql AS $$ BEGIN RAISE 'not "
+                "today'; END $$; "
+                "CREATE CONSTRAINT TRIGGER late AFTER INSERT ON vesk.search_days DEFERRABLE "
+                "INITIALLY DEFERRED "
                 "FOR EACH ROW EXECUTE FUNCTION refuse()");
         ignoreWarning("^sql: .*not today");
         bool ok = true;
@@ -115,22 +126,30 @@ private:
 void TestSearchImport::readsEachField_data()
 {
     const Table row; // of what follows the day in a detail row
-    row("all", R"(, "a b", "https://x.example/p%20%zz/?u=v#w", "USA", "DESKTOP"], "clicks": 1, "impressions": 2, "position": 3.25)",
+    row("all",
+        R"(, "a b", "https://x.example/p%20%zz/?u=v#w", "USA", "DESKTOP"], "clicks": 1, "impressions": 2, "position": 3.25)",
         "a b|/p %zz/|US|desktop|1|2|3.25");
-    row("unknown country, URL without a path", R"(, "q", "https://x.example", "zzz", "x"])", "q||-|x|0|0|0");
+    row("unknown country, URL without a path", R"(, "q", "https://x.example", "zzz", "x"])",
+        "q||-|x|0|0|0");
     row("nothing else", R"(], "clicks": null)", "||-||0|0|0");
     row("keys that are no texts", R"(, 1, null, {}, []])", "||-||0|0|0");
-    row("no whole numbers", R"(, "q", "/", "", ""], "clicks": 12.5, "impressions": "12", "position": "1")", "q|/|-||0|0|0");
-    row("over 32 bits", R"(, "q", "/", "", ""], "clicks": 2147483647, "impressions": 2147483648)", "q|/|-||2147483647|0|0");
-    row("U+0000", R"(, "a\u0000b", "/%00", "\u0000", "\u0000"])", "a\uFFFDb|/\uFFFD|-|\uFFFD|0|0|0");
+    row("no whole numbers",
+        R"(, "q", "/", "", ""], "clicks": 12.5, "impressions": "12", "position": "1")",
+        "q|/|-||0|0|0");
+    row("over 32 bits", R"(, "q", "/", "", ""], "clicks": 2147483647, "impressions": 2147483648)",
+        "q|/|-||2147483647|0|0");
+    row("U+0000", R"(, "a\u0000b", "/%00", "\u0000", "\u0000"])",
+        "a\uFFFDb|/\uFFFD|-|\uFFFD|0|0|0");
 }
 
 void TestSearchImport::readsEachField()
 {
     QFETCH(QByteArray, text);
     bool ok = false;
-    QCOMPARE(import(withRows(R"({"keys": ["2024-05-02")" + text + '}'), &ok), "1 days (2024-05-02 to 2024-05-02), 1 detail rows");
-    QTEST(value("SELECT query, page, country, device, clicks, impressions, position FROM vesk.search_rows "
+    QCOMPARE(import(withRows(R"({"keys": ["2024-05-02")" + text + '}'), &ok),
+        "1 days (2024-05-02 to 2024-05-02), 1 detail rows");
+    QTEST(value("SELECT query, page, country, device, clicks, impressions, position FROM "
+                "vesk.search_rows "
                 "WHERE site_id = 1 AND engine = 'google' AND day = '2024-05-02'"),
         "expected");
 }
@@ -144,7 +163,9 @@ void TestSearchImport::batchesOfAnySize()
         bool ok = false;
         import(withRows(detail.join(',')), &ok);
         QVERIFY(ok);
-        QCOMPARE(value("SELECT count(DISTINCT query) FROM vesk.search_rows WHERE query <> 'old'").toInt(), count);
+        QCOMPARE(value("SELECT count(DISTINCT query) FROM vesk.search_rows WHERE query <> 'old'")
+                     .toInt(),
+            count);
     }
 }
 

@@ -27,12 +27,14 @@ private slots:
     void init()
     {
         QTest::failOnWarning(QRegularExpression(".*"));
-        execute("DEALLOCATE ALL; DROP TABLE IF EXISTS t; CREATE TABLE t (i int PRIMARY KEY, a text)");
+        execute(
+            "DEALLOCATE ALL; DROP TABLE IF EXISTS t; CREATE TABLE t (i int PRIMARY KEY, a text)");
     }
 
     void valuesArriveAsTheyAre()
     {
-        execute("CREATE TABLE v (a bool, b int2, c int4, d int8, e real, f timestamptz, g bytea, h text, i inet, j text, k char(2))");
+        execute("CREATE TABLE v (a bool, b int2, c int4, d int8, e real, f timestamptz, g bytea, h "
+                "text, i inet, j text, k char(2))");
         Values values;
         values.addBool(true);
         values.addInt2(-2);
@@ -49,7 +51,8 @@ private slots:
         stream.send("INSERT INTO v VALUES (?, ?, ?, ?, ?, ?, ?, ?, CAST(? AS inet), ?, ?)", values);
         QCOMPARE(stream.finish(), std::vector<bool> { true });
         QCOMPARE(rows("SELECT a, b, c, d, e, f::text, encode(g, 'hex'), h, i, j, k FROM v"),
-            QStringList("true|-2|-70000|-5000000000|12.5|1969-12-31 23:59:58.5+00|00ff27|a\uFFFDü'\\😀|2001:db8::1||-"));
+            QStringList("true|-2|-70000|-5000000000|12.5|1969-12-31 "
+                        "23:59:58.5+00|00ff27|a\uFFFDü'\\😀|2001:db8::1||-"));
     }
 
     void eachStatementStandsAlone()
@@ -74,7 +77,8 @@ private slots:
             for (const int i : { 1, 1, 2, 3 })
                 stream.send(kInsert, number(i));
             ignoreWarning("^sql: .*duplicate key");
-            ignoreWarning("^sql: .*transaction is aborted", reports == StatementStream::ReportEach ? 2 : 0);
+            ignoreWarning(
+                "^sql: .*transaction is aborted", reports == StatementStream::ReportEach ? 2 : 0);
             QCOMPARE(stream.finish(), (std::vector<bool> { true, false, false, false }));
             execute("ROLLBACK");
         }
@@ -107,7 +111,8 @@ private slots:
                 stream.poll();
         }
         QCOMPARE(stream.finish(), std::vector<bool>(100, true));
-        QCOMPARE(rows("SELECT count(i), sum(length(a)), (SELECT count(*) <= 10 FROM pg_prepared_statements) FROM t"),
+        QCOMPARE(rows("SELECT count(i), sum(length(a)), (SELECT count(*) <= 10 FROM "
+                      "pg_prepared_statements) FROM t"),
             QStringList("100|10000000|true"));
     }
 

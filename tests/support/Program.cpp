@@ -9,6 +9,6 @@ Run runAdmin(const QStringList &arguments, const QByteArray &input)
     program.write(input);
     program.closeWriteChannel();
     program.waitForFinished(-1);
-    return { program.exitStatus() == QProcess::NormalExit ? program.exitCode() : -1, program.readAllStandardOutput(),
-        program.readAllStandardError() };
+    return { program.exitStatus() == QProcess::NormalExit ? program.exitCode() : -1,
+        program.readAllStandardOutput(), program.readAllStandardError() };
 }

@@ -47,8 +47,8 @@ TestDatabase::TestDatabase(Schema schema)
         haveTemplate = true;
     }
     m_name = QStringLiteral("test%1").arg(++number);
-    executeOutside(
-        QStringLiteral("CREATE DATABASE %1 TEMPLATE %2").arg(m_name, schema == Migrated ? migrated : QStringLiteral("template1")));
+    executeOutside(QStringLiteral("CREATE DATABASE %1 TEMPLATE %2")
+                       .arg(m_name, schema == Migrated ? migrated : QStringLiteral("template1")));
     writeConfig(m_name);
     if (!vesk::db::open(QSettings(config(), QSettings::IniFormat), "vesk-admin-test"))
         qFatal("cannot connect");

@@ -68,11 +68,12 @@ private slots:
         QTest::addColumn<QByteArray>("content");
         QTest::addColumn<bool>("intact");
         const auto plain = [](const char *fileName, const QByteArray &stored) {
-            QTest::addRow("%s: %s", fileName, stored.left(9).constData()) << fileName << stored << stored << true;
+            QTest::addRow("%s: %s", fileName, stored.left(9).constData())
+                << fileName << stored << stored << true;
         };
-        const auto row = [](const char *name, const QByteArray &stored, const QByteArray &content, bool intact) {
-            QTest::newRow(name) << "a.gz" << stored << content << intact;
-        };
+        const auto row
+            = [](const char *name, const QByteArray &stored, const QByteArray &content,
+                  bool intact) { QTest::newRow(name) << "a.gz" << stored << content << intact; };
         const QByteArray many = manyLines();
         const QByteArray archive = gzip("one\ntwo\n");
         QByteArray wrongSum = archive;
@@ -80,7 +81,8 @@ private slots:
         // A second member whose first block has the reserved type 3.
         const QByteArray brokenMember("\x1f\x8b\x08\0\0\0\0\0\0\x03\x07\0\0\0\0\0\0\0\0", 19);
 
-        for (const QByteArray &text : { QByteArray(), QByteArray("one\r\ntwo"), QByteArray("\n\n"), QByteArray("a\0b\n\0", 5), many })
+        for (const QByteArray &text : { QByteArray(), QByteArray("one\r\ntwo"), QByteArray("\n\n"),
+                 QByteArray("a\0b\n\0", 5), many })
             plain("a.log", text);
         for (const char *fileName : { "a.GZ", "a.gz.1" })
             plain(fileName, archive);
@@ -118,7 +120,8 @@ private slots:
         const QByteArray whole = readMaybeGzip(path, &intact);
         QVERIFY(!intact);
         for (const QByteArray &text : { whole, pieces(path).join('\n') })
-            QVERIFY(text.size() > many.size() / 4 && text.size() < many.size() && many.startsWith(text));
+            QVERIFY(text.size() > many.size() / 4 && text.size() < many.size()
+                && many.startsWith(text));
     }
 
     void unreadable()
@@ -128,7 +131,8 @@ private slots:
             isEmpty(m_folder.filePath(name));
 
         const QString path = write("a.gz", gzip("one\n"));
-        const auto restore = qScopeGuard([searchPath = qgetenv("PATH")] { qputenv("PATH", searchPath); });
+        const auto restore
+            = qScopeGuard([searchPath = qgetenv("PATH")] { qputenv("PATH", searchPath); });
         qputenv("PATH", m_folder.path().toLocal8Bit()); // where there is no gunzip
         isEmpty(path);
     }
@@ -137,20 +141,23 @@ private slots:
     void lineLength()
     {
         const qsizetype chunk = 256 * 1024; // read at a time; the line before takes 7 bytes
-        for (const qsizetype length :
-            { chunk - 8, chunk - 7, chunk - 6, 2 * chunk, kMax, kMax + 1, kMax + 2, kMax + chunk, 3 * kMax + 5 }) {
+        for (const qsizetype length : { chunk - 8, chunk - 7, chunk - 6, 2 * chunk, kMax, kMax + 1,
+                 kMax + 2, kMax + chunk, 3 * kMax + 5 }) {
             const QByteArray line = QByteArray(length - 1, 'a') + 'b';
             const QByteArray text = "before\n" + line + "\nafter\n" + line;
-            const QList<QByteArray> expected { "before", line.left(kMax + 1), "after", line.left(kMax + 1) };
+            const QList<QByteArray> expected { "before", line.left(kMax + 1), "after",
+                line.left(kMax + 1) };
             QVERIFY2(pieces(write("a.log", text)) == expected, qPrintable(QString::number(length)));
-            QVERIFY2(pieces(write("a.gz", gzip(text))) == expected, qPrintable(QString::number(length)));
+            QVERIFY2(
+                pieces(write("a.gz", gzip(text))) == expected, qPrintable(QString::number(length)));
         }
     }
 
     /// Of an archive the compressed bytes count.
     void position()
     {
-        for (const QString &path : { write("a.log", manyLines()), write("a.gz", gzip(manyLines())) }) {
+        for (const QString &path :
+            { write("a.log", manyLines()), write("a.gz", gzip(manyLines())) }) {
             const qint64 size = QFileInfo(path).size();
             LineReader reader(path);
             QVERIFY(reader.next());
@@ -167,7 +174,8 @@ private slots:
         const QByteArray path = m_folder.filePath("pipe").toLocal8Bit();
         QCOMPARE(mkfifo(path.constData(), 0600), 0);
         QFile writer(path);
-        QVERIFY(writer.open(QIODevice::ReadWrite | QIODevice::Unbuffered)); // does not wait for a reader
+        QVERIFY(writer.open(
+            QIODevice::ReadWrite | QIODevice::Unbuffered)); // does not wait for a reader
         QCOMPARE(writer.write("one\ntwo"), 7);
         LineReader reader(path);
         QCOMPARE(reader.next()->toByteArray(), QByteArray("one"));

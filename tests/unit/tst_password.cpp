@@ -13,8 +13,10 @@ private slots:
         const QString plain = "correct horse ü";
         const QStringList first = password::hash(plain).split(u'$');
         const QStringList second = password::hash(plain).split(u'$');
-        QVERIFY(
-            QRegularExpression(R"(^pbkdf2-sha256\$310000\$[A-Za-z0-9+/]{22}==\$[A-Za-z0-9+/]{43}=$)").match(first.join(u'$')).hasMatch());
+        QVERIFY(QRegularExpression(
+            R"(^pbkdf2-sha256\$310000\$[A-Za-z0-9+/]{22}==\$[A-Za-z0-9+/]{43}=$)")
+                    .match(first.join(u'$'))
+                    .hasMatch());
         QVERIFY(first[2] != second[2] && first[3] != second[3]);
         QVERIFY(password::verify(plain, first.join(u'$')));
         QVERIFY(!password::verify(plain + u' ', first.join(u'$')));
@@ -30,7 +32,8 @@ private slots:
         row("PBKDF2-SHA256$1000$SALT==$KEY+I=", "false");
         row("pbkdf2-sha256$1000$SALT==$KEY+I=$", "false");
         row("pbkdf2-sha256$1000$SALT==", "false");
-        row("first bits of the key differ", "pbkdf2-sha256$1000$SALT==$K7HfxlC+tq0OjprN9Pfd4r5VRE+ZpxjAytDSHMB2U+I=", "false");
+        row("first bits of the key differ",
+            "pbkdf2-sha256$1000$SALT==$K7HfxlC+tq0OjprN9Pfd4r5VRE+ZpxjAytDSHMB2U+I=", "false");
         for (const char *count : { "1001", "-1", "many", "4294968296" })
             row("pbkdf2-sha256$" + QByteArray(count) + "$SALT==$KEY+I=", "false");
         row("31 bytes", "pbkdf2-sha256$1000$SALT==$KEYw==", "false");
@@ -41,7 +44,8 @@ private slots:
     void verifies()
     {
         QFETCH(QByteArray, text);
-        text.replace("SALT", "MDEyMzQ1Njc4OWFiY2RlZg").replace("KEY", "J7HfxlC+tq0OjprN9Pfd4r5VRE+ZpxjAytDSHMB2U");
+        text.replace("SALT", "MDEyMzQ1Njc4OWFiY2RlZg")
+            .replace("KEY", "J7HfxlC+tq0OjprN9Pfd4r5VRE+ZpxjAytDSHMB2U");
         QTEST(QVariant(password::verify("pässwörd 12345", text)).toString(), "expected");
     }
 };

@@ -21,16 +21,19 @@ private slots:
         row("week", "2026-02-25 2026-03-03");
         row("month", "2026-02-02 2026-03-03");
         row("2015-01-01..2025-01-07", "2015-01-01 2025-01-07"); // ten years and no day more
-        for (const char *text :
-            { "2015-01-01..2025-01-08", "2026-03-15..2026-03-02", "2026-02-29", "2026-13", "0000", "0999-01-01", "2026-3-2", "26-03-02",
-                "2026-03-02..", "..", "2026-03-02..2026-03", "Today", "", "infinity", "31.3.2026", "२०२६", " 2026" })
+        for (const char *text : { "2015-01-01..2025-01-08", "2026-03-15..2026-03-02", "2026-02-29",
+                 "2026-13", "0000", "0999-01-01", "2026-3-2", "26-03-02", "2026-03-02..", "..",
+                 "2026-03-02..2026-03", "Today", "", "infinity", "31.3.2026", "२०२६", " 2026" })
             row(text, "-");
     }
     void period()
     {
         QFETCH(QByteArray, text);
-        const auto parsed = parsePeriod(QString::fromUtf8(text), { QDate(2026, 3, 5), QDate(2026, 3, 3) });
-        const QString shown = !parsed ? "-" : parsed->first.toString(Qt::ISODate) + ' ' + parsed->last.toString(Qt::ISODate);
+        const auto parsed
+            = parsePeriod(QString::fromUtf8(text), { QDate(2026, 3, 5), QDate(2026, 3, 3) });
+        const QString shown = !parsed
+            ? "-"
+            : parsed->first.toString(Qt::ISODate) + ' ' + parsed->last.toString(Qt::ISODate);
         QTEST(shown, "expected");
     }
 
@@ -51,9 +54,11 @@ private slots:
         QTest::addColumn<Unit>("unit");
         QTest::addColumn<QString>("shown");
         QTest::addColumn<QString>("changed");
-        const auto row = [](Value now, Value before, Unit unit, const char *shown, const char *changed) {
-            QTest::newRow(shown) << now << before << unit << QString::fromUtf8(shown) << QString::fromUtf8(changed);
-        };
+        const auto row
+            = [](Value now, Value before, Unit unit, const char *shown, const char *changed) {
+                  QTest::newRow(shown) << now << before << unit << QString::fromUtf8(shown)
+                                       << QString::fromUtf8(changed);
+              };
         row(1234567, 1234567, Unit::Count, "1,234,567", "0 %");
         row(0, 0, Unit::Count, "0", "0 %");
         row(5, 0, Unit::Count, "5", "new");

@@ -98,7 +98,8 @@ private slots:
         Row row;
         QCOMPARE(build(line("/vesk-b?p=/old&t=9"), row), Outcome::Row); // of which nothing stays
         QCOMPARE(build(line(text, "404"), row), Outcome::Row);
-        QStringList fields { row.log.method, QString::number(row.log.status), row.page ? "page" : "other", row.path };
+        QStringList fields { row.log.method, QString::number(row.log.status),
+            row.page ? "page" : "other", row.path };
         if (row.engagedSecs)
             fields += QString::number(*row.engagedSecs);
         QTEST(joined(fields), "expected");
@@ -112,9 +113,9 @@ private slots:
             row(text, text);
         for (const char *text : { "-", "1", "127.1", "1.2.3", "1.2.3.", "1.2.3.4.5", "1.2.3.256",
                  "256.2.3.4", "1.2.3.0004", "0x7f.1.1.1", "1.2.3.4/32", "1.2.3.4:80", "a.example",
-                 "fe80::1%eth0", "[::1]", "::1/128", ":::", "1::2::3", "1:2:3:4:5:6:7", "12345::",
-                 "1:2:3:4:5:6:7:8:9", "1:2:3:4:5:6:7:8::", "1:2:3:4:5:6:1.2.3.4::", "::g",
-                 "::1.2.3", "abc", "1:" })
+                 "fe80::1%eth0", "[::1]", "::1/128", ":::", "1::2::3", "1:2:3:4:5:6:7",
+                 "12345::", "1:2:3:4:5:6:7:8:9",
+                 "1:2:3:4:5:6:7:8::", "1:2:3:4:5:6:1.2.3.4::", "::g", "::1.2.3", "abc", "1:" })
             row(text, "");
     }
 
@@ -134,7 +135,8 @@ private slots:
         QCOMPARE(build(line("/", "200 5 \"-\" \"Agent\"", "host"), row), Outcome::Row);
         QCOMPARE(row.visitor.toHex(), QByteArray("0e6ccf41c39a0abb"));
         const QDate early(999, 2, 3);
-        QCOMPARE(visitorHash("", -1, "h\u00f4te", "\xff\xc3\xa9", early).toHex(), QByteArray("c69d72aa64e2a2db"));
+        QCOMPARE(visitorHash("", -1, "h\u00f4te", "\xff\xc3\xa9", early).toHex(),
+            QByteArray("c69d72aa64e2a2db"));
     }
 
     void source_data()
@@ -150,8 +152,10 @@ private slots:
     {
         QFETCH(QByteArray, text);
         Row row;
-        QCOMPARE(build(line(text, "200 5 \"https://bing.com/?q=x\" \"curl/8\""), row), Outcome::Row);
-        QTEST(joined({ row.source.kind, row.source.name, row.source.searchTerms, row.client.bot }), "expected");
+        QCOMPARE(
+            build(line(text, "200 5 \"https://bing.com/?q=x\" \"curl/8\""), row), Outcome::Row);
+        QTEST(joined({ row.source.kind, row.source.name, row.source.searchTerms, row.client.bot }),
+            "expected");
     }
 
     /// More of everything than is remembered, again and again, with days that change to and fro.
@@ -160,12 +164,13 @@ private slots:
         RowBuilder builder(kSecret, kSite, kHost);
         for (int i = 0; i < 45000; ++i) {
             const QByteArray n = QByteArray::number(i % 20000 / (i % 3 + 1));
-            const QByteArray agent = QByteArray(i % 7 ? 1 : 600, 'x') + n.left(4) + (i % 2 ? " curl/8 iPhone" : " Firefox/1 Windows");
+            const QByteArray agent = QByteArray(i % 7 ? 1 : 600, 'x') + n.left(4)
+                + (i % 2 ? " curl/8 iPhone" : " Firefox/1 Windows");
             const QByteArray referrer = (i % 5 ? "https://bing.com/?q=" : "https://h.example/") + n;
             const QByteArray target = i % 11 ? "/" : "/?utm_source=" + n;
             const QDate day(2024, 3, i > 40000 && i / 100 % 2 ? 8 : 7);
-            const QByteArray text
-                = line(target, "200 5 \"" + referrer + "\" \"" + agent + '"', "10.0." + n, day.toString(u"dd'/Mar/'yyyy").toLatin1());
+            const QByteArray text = line(target, "200 5 \"" + referrer + "\" \"" + agent + '"',
+                "10.0." + n, day.toString(u"dd'/Mar/'yyyy").toLatin1());
             Row row;
             QCOMPARE(builder.build(text, row), Outcome::Row);
             const Client client = classifyClient(agent);

@@ -13,7 +13,8 @@ Requests requests(const QString &list)
     Requests result;
     for (const QString &request : words(list))
         result.append({ request.section(u'@', 0, 0).toLatin1(),
-            QDateTime(QDate(2026, 3, 10), QTime::fromString(request.section(u'@', 1), Qt::ISODate), Qt::UTC) });
+            QDateTime(QDate(2026, 3, 10), QTime::fromString(request.section(u'@', 1), Qt::ISODate),
+                Qt::UTC) });
     return result;
 }
 
@@ -50,7 +51,8 @@ private slots:
         row("gap of 1801 s", "a@10:00:00 a@10:30:01", "1,2");
         row("out of order", "a@10:30:00 a@10:00:00 a@11:00:00 a@11:00:01", "1,1,1,1");
         row("gap counts from the latest", "a@10:30:00 a@10:00:00 a@11:00:01", "1,1,2");
-        row("in line order", "b@10:00:00 a@10:00:00 b@10:00:01 b@12:00:00 c@10:00:00 b@12:00:01", "1,2,1,3,4,3");
+        row("in line order", "b@10:00:00 a@10:00:00 b@10:00:01 b@12:00:00 c@10:00:00 b@12:00:01",
+            "1,2,1,3,4,3");
     }
 
     /// All at once, and one by one.
@@ -71,7 +73,9 @@ private slots:
     {
         Visits visits;
         const auto drawOne = [](qsizetype) { return QList<qint64> { 7 }; };
-        QCOMPARE(text(visits.numbers(requests("a@10:00:00 b@10:00:00 b@10:00:01 a@10:00:02"), drawOne)), "7,0,0,7");
+        QCOMPARE(
+            text(visits.numbers(requests("a@10:00:00 b@10:00:00 b@10:00:01 a@10:00:02"), drawOne)),
+            "7,0,0,7");
         QCOMPARE(text(visits.numbers(requests("a@10:00:03 b@10:00:03"), counter())), "7,1");
     }
 
@@ -80,14 +84,17 @@ private slots:
         const QDateTime noon(QDate(2026, 3, 10), QTime(12, 0), Qt::UTC);
         Visits visits;
         const Visits::DrawNumbers draw = counter();
-        Requests many = requests("on@11:00:00 on@11:30:00 back@11:30:00 back@11:00:00 idle@11:29:59");
+        Requests many
+            = requests("on@11:00:00 on@11:30:00 back@11:30:00 back@11:00:00 idle@11:29:59");
         for (int i = 0; i < 49997; ++i)
             many.append({ QByteArray::number(i), noon });
         visits.numbers(many, draw); // of 50,000 visitors
         visits.prune(noon);
-        QCOMPARE(text(visits.numbers(requests("idle@11:29:59 one-more@12:00:00"), draw)), "3,50001");
+        QCOMPARE(
+            text(visits.numbers(requests("idle@11:29:59 one-more@12:00:00"), draw)), "3,50001");
         visits.prune(noon);
-        QCOMPARE(text(visits.numbers(requests("on@11:59:00 back@11:59:00 idle@11:29:59"), draw)), "1,2,50002");
+        QCOMPARE(text(visits.numbers(requests("on@11:59:00 back@11:59:00 idle@11:29:59"), draw)),
+            "1,2,50002");
         visits.prune(noon.addSecs(7200));
         QCOMPARE(text(visits.numbers(requests("on@12:00:00 back@12:00:00"), draw)), "50003,50004");
     }
