@@ -1,8 +1,8 @@
 #include "nightly/Ledger.h"
 
 #include "common/Db.h"
+#include "common/UnitName.h"
 
-#include <QRegularExpression>
 #include <QSet>
 #include <QSqlQuery>
 #include <QVariant>
@@ -51,21 +51,6 @@ std::optional<qint64> number(const QVariant &value)
     return value.isNull() ? std::nullopt : std::optional(value.toLongLong());
 }
 
-/// \a text without the escapes "\xNN" that systemd writes into unit names.
-QString unescaped(const QString &text)
-{
-    static const QRegularExpression escape(QStringLiteral(R"(\\x([0-9a-f]{2}))"));
-    QByteArray bytes;
-    qsizetype end = 0;
-    for (auto it = escape.globalMatch(text); it.hasNext();) {
-        const QRegularExpressionMatch match = it.next();
-        bytes += QStringView(text).sliced(end, match.capturedStart() - end).toUtf8();
-        bytes += QByteArray::fromHex(match.capturedView(1).toLatin1());
-        end = match.capturedEnd();
-    }
-    return QString::fromUtf8(bytes) + text.sliced(end);
-}
-
 QString lockKey(int siteId)
 {
     return QStringLiteral("hashtextextended('vesk nightly %1', 0)").arg(siteId);
@@ -76,7 +61,7 @@ QString lockKey(int siteId)
 std::optional<Site> Ledger::findSite(const QString &host)
 {
     auto q = run(QStringLiteral("SELECT id, host FROM vesk.sites WHERE host = lower(?)"),
-        { unescaped(host) });
+        { unescapeUnitName(host) });
     if (!q || !q->next())
         return {};
     return Site { q->value(0).toInt(), q->value(1).toString() };

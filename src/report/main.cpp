@@ -1,6 +1,7 @@
 #include "common/Config.h"
 #include "common/Db.h"
 #include "common/Output.h"
+#include "common/UnitName.h"
 #include "report/Pages.h"
 #include "report/Reader.h"
 #include "report/Writers.h"
@@ -30,8 +31,9 @@ QString hostsOf(const QList<Site> &sites)
 std::optional<Site> siteOf(const QString &host)
 {
     const QList<Site> sites = readSites();
+    const QString wanted = vesk::unescapeUnitName(host).toLower();
     for (const Site &site : sites) {
-        if (site.host == host.toLower() || (host.isEmpty() && sites.size() == 1))
+        if (site.host == wanted || (host.isEmpty() && sites.size() == 1))
             return readCalendar(site);
     }
     if (sites.isEmpty())

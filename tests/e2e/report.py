@@ -308,7 +308,7 @@ def check_strangers(reports):
 def check_pages(reports):
     folder = FOLDER / "pages"
     folder.mkdir()
-    reports.text("--pages", folder, "sample.example")
+    reports.text("--pages", folder, "sample\\x2eexample")  # as systemd escapes it
     names = {path.name for path in folder.iterdir()}
     linked = {"2026-03.html", "last-30-days.html", "last-7-days.html", "last-day.html"}
     assert names == linked | {"index.html"}, names
