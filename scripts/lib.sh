@@ -47,8 +47,9 @@ need_packages() {
 }
 
 # What installing the named packages means, such as "212 packages, 230 MB to fetch, 900 MB on disk, ".
+# For need_packages, whose as_root it needs: others may not even look.
 install_size() {
-    LC_ALL=C apt-get -q --assume-no install --no-install-recommends "$@" 2>/dev/null \
+    "${as_root[@]}" env LC_ALL=C apt-get -q --assume-no install --no-install-recommends "$@" 2>/dev/null \
         | sed -nE 's/^.*, ([0-9]+) newly installed.*/\1 packages, /p
                    s/^Need to get ([0-9.,]+ .?B)[ \/].*/\1 to fetch, /p
                    s/^After this operation, ([0-9.,]+ .?B) of .*/\1 on disk, /p' \

@@ -8,6 +8,7 @@
 #include <QFile>
 #include <QStandardPaths>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -78,7 +79,7 @@ bool Import::run(const QList<RotatedLog> &logs)
     }
     if (m_task == Note)
         printf("noted as imported: %lld logs\n", qlonglong { done });
-    else if (done == 0 && waiting == 0 && !m_failed)
+    else if (!logs.isEmpty() && done == 0 && waiting == 0 && !m_failed)
         printf("no new logs of %s\n", shown(m_ledger.site().host).constData());
     if (m_task == Store)
         rollUp();

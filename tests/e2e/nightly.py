@@ -169,7 +169,7 @@ class Nightly(unittest.TestCase):
     def test_what_is_wrong(self):
         self.expect("", command="list")
         self.expect("", err="unknown site b.example", host="b.example")
-        self.expect("", err=f"no file matches {self.folder}/none-\\* or {self.folder}/a", out="^no")
+        self.expect("", err=f"no file matches {self.folder}/none-\\* or {self.folder}/a", out="^$")
         self.write(".5", lines("/young"), 10)
         self.expect("", "last five minutes and is left for the next run")
         self.write(".5", lines("/3"))
