@@ -66,7 +66,8 @@ void writeLegend(Html &html)
 
 void writeScale(Html &html, double top, double step)
 {
-    for (double value = 0; value <= top; value += step) {
+    for (int i = 0; i * step <= top; ++i) {
+        const double value = i * step;
         const QString y = pixels(kFoot - kHeight * value / top);
         html.leaf("line", {},
             { { "class", QStringLiteral("grid") }, { "x2", QStringLiteral("100%") }, { "y1", y },
@@ -119,6 +120,8 @@ void writeTicks(Html &html, const Chart &chart)
 {
     const auto count = std::count_if(chart.ticks.begin(), chart.ticks.end(),
         [](const QString &tick) { return !tick.isEmpty(); });
+    if (count == 0)
+        return;
     const auto thin = (count + 5) / 6;
     const double slot = 100.0 / double(chart.ticks.size());
     int nth = 0;
