@@ -1,5 +1,6 @@
 #include "common/Config.h"
 #include "common/Db.h"
+#include "common/FilePath.h"
 #include "common/Output.h"
 #include "common/UnitName.h"
 #include "report/Pages.h"
@@ -168,7 +169,7 @@ int main(int argc, char **argv)
     const QString path = vesk::configPath(parser);
     if (path.isEmpty() || !understood)
         parser.showHelp(1);
-    const QSettings cfg(path, QSettings::IniFormat);
+    const QSettings cfg(vesk::filePath(path), QSettings::IniFormat);
     return vesk::db::open(cfg, QCoreApplication::applicationName()) && run(parser, host, period)
         ? 0
         : 1;
