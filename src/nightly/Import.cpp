@@ -2,9 +2,9 @@
 
 #include "analytics/LogParser.h"
 #include "common/Db.h"
+#include "common/Sha256.h"
 #include "nightly/LogContent.h"
 
-#include <QCryptographicHash>
 #include <QFile>
 #include <QStandardPaths>
 
@@ -126,8 +126,7 @@ Import::Outcome Import::take(
     const RotatedLog &log, const QByteArray &firstLine, db::Transaction &transaction)
 {
     Entry entry;
-    entry.firstLine
-        = QCryptographicHash::hash(firstLine + '\n', QCryptographicHash::Sha256).toHex();
+    entry.firstLine = sha256({ firstLine, "\n" }).toHex();
     const auto known = m_ledger.entries(entry.firstLine);
     if (!known)
         return refuse(log, QStringLiteral("is not imported, the next run tries again"));
