@@ -1,9 +1,9 @@
 #include "support/TestDatabase.h"
 
 #include "common/Db.h"
-#include "support/Program.h"
 
 #include <QFile>
+#include <QProcess>
 #include <QSettings>
 #include <QSqlDatabase>
 #include <QSqlError>
@@ -13,22 +13,12 @@
 
 namespace {
 
-/// Executes a statement on the server's own database, from outside the database under test.
-void executeOutside(const QString &statement)
+void run(const QString &program, const QStringList &arguments)
 {
-    const QString connection = "outside";
-    {
-        QSqlDatabase db = QSqlDatabase::addDatabase("QPSQL", connection);
-        db.setHostName(qEnvironmentVariable("PGHOST"));
-        db.setUserName(qEnvironmentVariable("PGUSER"));
-        db.setDatabaseName("postgres");
-        if (!db.open())
-            qFatal("no server to test with, run: scripts/with-postgres PROGRAM");
-        QSqlQuery q(db);
-        if (!q.exec(statement))
-            qFatal("%s", qPrintable(q.lastError().text()));
-    }
-    QSqlDatabase::removeDatabase(connection);
+    QProcess process;
+    process.start(program, arguments);
+    if (!process.waitForFinished(-1) || process.exitCode() != 0)
+        qFatal("%s: %s", qPrintable(program), process.readAllStandardError().constData());
 }
 
 } // namespace
@@ -36,37 +26,25 @@ void executeOutside(const QString &statement)
 TestDatabase::TestDatabase(Schema schema)
 {
     static int number = 0;
-    static bool haveTemplate = false;
-    const QString migrated = "migrated"; // each test program migrates once
-    if (schema == Migrated && !haveTemplate) {
-        executeOutside(QStringLiteral("CREATE DATABASE %1").arg(migrated));
-        writeConfig(migrated);
-        const Run run = runAdmin({ "-c", config(), "migrate" });
-        if (run.status != 0)
-            qFatal("migrate: %s", run.err.constData());
-        haveTemplate = true;
-    }
-    m_name = QStringLiteral("test%1").arg(++number);
-    executeOutside(QStringLiteral("CREATE DATABASE %1 TEMPLATE %2")
-                       .arg(m_name, schema == Migrated ? migrated : QStringLiteral("template1")));
-    writeConfig(m_name);
-    if (!vesk::db::open(QSettings(config(), QSettings::IniFormat), "vesk-admin-test"))
-        qFatal("cannot connect");
-}
-
-void TestDatabase::writeConfig(const QString &database) const
-{
+    const QString name = QStringLiteral("test%1").arg(++number);
+    if (qEnvironmentVariableIsEmpty("PGHOST"))
+        qFatal("no server to test with, run: scripts/with-postgres PROGRAM");
+    run("createdb", { name });
     QSettings cfg(config(), QSettings::IniFormat);
     cfg.setValue("database/host", qEnvironmentVariable("PGHOST"));
     cfg.setValue("database/user", qEnvironmentVariable("PGUSER"));
-    cfg.setValue("database/name", database);
+    cfg.setValue("database/name", name);
     cfg.setValue("database/timezone", "UTC");
+    cfg.sync();
+    if (schema == Migrated)
+        run(QStringLiteral(VESK_ADMIN), { "-c", config(), "migrate" });
+    if (!vesk::db::open(cfg, "vesk-admin-test"))
+        qFatal("cannot connect");
 }
 
 TestDatabase::~TestDatabase()
 {
     QSqlDatabase::removeDatabase(QLatin1String(QSqlDatabase::defaultConnection));
-    executeOutside(QStringLiteral("DROP DATABASE %1 WITH (FORCE)").arg(m_name));
 }
 
 QString TestDatabase::config() const

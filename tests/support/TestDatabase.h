@@ -4,10 +4,8 @@
 #include <QStringList>
 #include <QTemporaryDir>
 
-#include <memory>
-
 /// A database of its own on the server that scripts/with-postgres has started, with a configuration
-/// file for it. It is the default connection while the object lives.
+/// file for it. It is the default connection while the object lives, and stays on the server.
 class TestDatabase
 {
 public:
@@ -25,10 +23,7 @@ public:
     QString file(const QString &name, const QByteArray &content) const;
 
 private:
-    void writeConfig(const QString &database) const;
-
     QTemporaryDir m_folder;
-    QString m_name;
 };
 
 /// The rows that \a statement gives, one string each, columns separated by "|", NULL as "-". Fails
