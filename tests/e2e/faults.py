@@ -117,10 +117,8 @@ class Faults(unittest.TestCase):
         out, err = self.finish(program, fifo, lines(14001, 16000))
         self.assertIn("16000 lines, ", out)
         self.assertEqual(self.lost(err), (["5001 to 10000"], ""), err)
-        paths = (
-            "SELECT count(*) FROM vesk.hits WHERE substr(path, 2)::int NOT BETWEEN 5001 AND 10000"
-        )
-        self.assertEqual((self.hits(), self.sql(paths)), (11000, "11000"))
+        kept = "count(*) FILTER (WHERE substr(path, 2)::int NOT BETWEEN 5001 AND 10000)"
+        self.assertEqual(self.sql(f"SELECT count(*), {kept} FROM vesk.hits"), "11000|11000")
         self.assertEqual(self.requests(), [f"{DAY}|11000"])
 
     def test_connection_cut_and_refused(self):
@@ -161,19 +159,10 @@ class Faults(unittest.TestCase):
         lost, cause = self.lost(err)
         self.assertEqual(lost, ["1 to 10"])
         self.assertIn("read-only transaction", cause)
-        for command in (["migrate"], ["set", "a", "b"], ["add-site", "b.example", "B"]):
-            out, err = self.admin(*command, status=1)
-            self.assertEqual((out, "read-only transaction" in err), ("", True), err)
+        out, err = self.admin("migrate", status=1)
+        self.assertEqual((out, "read-only transaction" in err), ("", True), err)
 
     # ---- Two at the same time ----
-
-    def test_two_imports(self):
-        first = self.feed()
-        second = self.feed("b.log", lines(20001, 34000))
-        vesk.until(lambda: self.hits() == 10000)
-        for program, fifo in (first, second):
-            self.finish(program, fifo)
-        self.assertEqual((self.hits(), self.requests()), (28000, [f"{DAY}|28000"]))
 
     def test_two_rollups(self):
         self.log.write_bytes(lines(1, 100))
@@ -223,26 +212,21 @@ class Faults(unittest.TestCase):
     # ---- Signals, streams and the child process ----
 
     def test_signals(self):
-        for number, name in (
-            (signal.SIGINT, "a.log"),
-            (signal.SIGTERM, "b.log.gz"),
-            (signal.SIGKILL, "c.log.gz"),
-        ):
-            with self.subTest(name):
+        plain = ("a.log", lines(1, 14000), 0)
+        archive = ("b.log.gz", unfinished_archive(), 1)
+        sessions = "SELECT count(*) FROM pg_stat_activity WHERE application_name = 'vesk-admin'"
+        cases = {signal.SIGINT: plain, signal.SIGTERM: archive, signal.SIGKILL: archive}
+        for number, (name, content, processes) in cases.items():
+            with self.subTest(number):
                 self.sql("TRUNCATE vesk.hits")
-                archive = name.endswith(".gz")
-                program, fifo = self.feed(
-                    name, unfinished_archive() if archive else lines(1, 14000)
-                )
+                self.log.unlink(missing_ok=True)
+                program, fifo = self.feed(name, content)
                 started = children(program)
-                self.assertEqual(len(started), int(archive))
+                self.assertEqual(len(started), processes)
                 program.send_signal(number)
                 program.communicate()
                 self.assertEqual(program.returncode, -number)
                 vesk.until(lambda: not any(map(alive, started)))
-                sessions = (
-                    "SELECT count(*) FROM pg_stat_activity WHERE application_name = 'vesk-admin'"
-                )
                 vesk.until(lambda: self.sql(sessions) == "0")
                 self.assertEqual(self.hits(), 5000)
 
@@ -264,25 +248,13 @@ class Faults(unittest.TestCase):
                     self.assertEqual((self.hits(), self.requests()), (10, [f"{DAY}|10"]))
         os.close(writer)
 
-    def test_gunzip_missing(self):
-        archive = self.folder / "a.log.gz"
-        archive.write_bytes(gzip.compress(lines(1, 10)))
-        nowhere = {"env": os.environ | {"PATH": "/nowhere"}}
-        got = self.admin("import-log", "example.org", archive, **nowhere)
-        nothing = f"{archive}: 0 lines, 0 stored, 0 not log entries\nrolled up 0 days\n"
-        self.assertEqual(got, (nothing, ""))
-        out, _ = self.admin("geoip-update", archive, status=1, **nowhere)
-        self.assertEqual(out, "that does not look like a DB-IP country file\n")
-
     def test_gunzip_killed(self):
         program, fifo = self.feed("a.log.gz", unfinished_archive())
         (child,) = children(program)
         os.kill(int(child), signal.SIGKILL)
         out, err = program.communicate()
         self.assertEqual((program.returncode, err), (0, ""))
-        cut = int(
-            out.endswith(" 1 not log entries\nrolled up 1 days\n")
-        )  # the last line, half read
+        cut = int(" 1 not log entries" in out)  # the last line, half read
         told = f"{self.log}: {self.hits() + cut} lines, {self.hits()} stored, {cut} not"
         self.assertTrue(out.startswith(told), out)
 
@@ -309,30 +281,29 @@ class Faults(unittest.TestCase):
         seen = [path.read_bytes() for path in pathlib.Path("/proc").glob("[0-9]*/cmdline")]
         seen += [pathlib.Path(f"/proc/{program.pid}/environ").read_bytes()]
         running = "SELECT string_agg(query || application_name, ' ') FROM pg_stat_activity"
-        seen.append(vesk.psql(running).encode())
-        outputs = [self.finish(program, fifo)]
-        with open(self.folder / "login", "w+") as typed:
-            typed.write(login + "\n")
-            for status, command in (
-                (0, ["add-user", "anna"]),
-                (1, ["add-user", "anna"]),
-                (1, ["add-user", "a/b"]),
-                (1, ["add-user", "berta"]),  # whom a column without a value refuses
-                (1, ["set", "key", "refused"]),
-                (1, ["import-gsc", "example.org", vesk.PROGRAM]),
-                (0, ["migrate"]),
-            ):
-                typed.seek(0)
-                outputs.append(self.admin(*command, status=status, stdin=typed))
-        self.assertIn("users_username_check", outputs[3][1])
-        self.assertIn("null value in column", outputs[4][1])
+        seen += [vesk.psql(running).encode()]
+        told = [*self.finish(program, fifo)]
+        for status, command in (
+            (0, ["add-user", "anna"]),
+            (1, ["add-user", "anna"]),
+            (1, ["add-user", "a/b"]),
+            (1, ["add-user", "berta"]),  # whom a column without a value refuses
+            (1, ["set", "key", "refused"]),
+            (1, ["import-gsc", "example.org", vesk.PROGRAM]),
+            (0, ["migrate"]),
+        ):
+            run = self.database.admin(*command, input=login + "\n")
+            self.assertEqual(run.returncode, status)
+            told += [run.stdout, run.stderr]
         vesk.psql(f"ALTER DATABASE {self.name} ALLOW_CONNECTIONS false")
-        outputs.append(self.admin("migrate", status=1))
-        seen += [text.encode() for pair in outputs for text in pair]
-        seen.append((vesk.CLUSTER / "server.log").read_bytes())
+        told += self.admin("migrate", status=1)
+        said = "".join(told)
+        for text in ("users_username_check", "null value in column"):
+            self.assertIn(text, said)
+        seen += [said.encode(), (vesk.CLUSTER / "server.log").read_bytes()]
         for text in (secret, login, PASSWORD, "connection-pass"):
             self.assertEqual([part for part in seen if text.encode() in part], [], text)
-        self.assertNotIn("pbkdf2", "".join(text for pair in outputs for text in pair))
+        self.assertNotIn("pbkdf2", said)
 
 
 unittest.main(argv=sys.argv[1:])

@@ -67,33 +67,30 @@ private slots:
         QTest::addColumn<QByteArray>("stored");
         QTest::addColumn<QByteArray>("content");
         QTest::addColumn<bool>("intact");
-        const auto plain = [](const char *fileName, const QByteArray &stored) {
-            QTest::addRow("%s: %s", fileName, stored.left(9).constData())
-                << fileName << stored << stored << true;
+        const auto row = [](const char *fileName, const QByteArray &stored,
+                             const QByteArray &content, bool intact = true) {
+            QTest::addRow("%s: %s", fileName, stored.left(9).toPercentEncoding().constData())
+                << fileName << stored << content << intact;
         };
-        const auto row
-            = [](const char *name, const QByteArray &stored, const QByteArray &content,
-                  bool intact) { QTest::newRow(name) << "a.gz" << stored << content << intact; };
         const QByteArray many = manyLines();
-        const QByteArray archive = gzip("one\ntwo\n");
-        QByteArray wrongSum = archive;
-        wrongSum[wrongSum.size() - 8] = static_cast<char>(~wrongSum[wrongSum.size() - 8]);
-        // A second member whose first block has the reserved type 3.
-        const QByteArray brokenMember("\x1f\x8b\x08\0\0\0\0\0\0\x03\x07\0\0\0\0\0\0\0\0", 19);
-
         for (const QByteArray &text : { QByteArray(), QByteArray("one\r\ntwo"), QByteArray("\n\n"),
                  QByteArray("a\0b\n\0", 5), many })
-            plain("a.log", text);
+            row("a.log", text, text);
+        const QByteArray archive = gzip("one\ntwo\n");
         for (const char *fileName : { "a.GZ", "a.gz.1" })
-            plain(fileName, archive);
-        row("long archive", gzip(many), many, true);
-        row("members", archive + gzip("") + gzip("three"), "one\ntwo\nthree", true);
-        row("garbage after the archive", archive + "garbage", "one\ntwo\n", true);
-        row("archive of nothing", gzip(""), "", true);
-        row("empty file named .gz", "", "", false);
-        row("plain file named .gz", "one\n", "", false);
-        row("wrong check sum", wrongSum, "one\ntwo\n", false);
-        row("damaged member", archive + brokenMember, "one\ntwo\n", false);
+            row(fileName, archive, archive);
+        row("many.gz", gzip(many), many);
+        row("members.gz", archive + gzip("") + gzip("three"), "one\ntwo\nthree");
+        row("garbage-behind.gz", archive + "garbage", "one\ntwo\n");
+        row("nothing.gz", gzip(""), "");
+        row("empty.gz", "", "", false);
+        row("plain.gz", "one\n", "", false);
+        QByteArray wrongSum = archive;
+        wrongSum[wrongSum.size() - 8] = static_cast<char>(~wrongSum[wrongSum.size() - 8]);
+        row("wrong-sum.gz", wrongSum, "one\ntwo\n", false);
+        // A second member whose first block has the reserved type 3.
+        const QByteArray brokenMember("\x1f\x8b\x08\0\0\0\0\0\0\x03\x07\0\0\0\0\0\0\0\0", 19);
+        row("damaged-member.gz", archive + brokenMember, "one\ntwo\n", false);
     }
 
     void content()

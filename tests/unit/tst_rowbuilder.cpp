@@ -105,28 +105,6 @@ private slots:
         QTEST(joined(fields), "expected");
     }
 
-    void address_data()
-    {
-        const Table row;
-        for (const char *text : { "192.0.2.7", "0.0.0.0", "255.255.255.255", "::", "2001:DB8::1",
-                 "1::", "1:2:3:4:5:6:7:8", "1:2:3:4:5:6:7::", "::ffff:192.0.2.7" })
-            row(text, text);
-        for (const char *text : { "-", "1", "127.1", "1.2.3", "1.2.3.", "1.2.3.4.5", "1.2.3.256",
-                 "256.2.3.4", "1.2.3.0004", "0x7f.1.1.1", "1.2.3.4/32", "1.2.3.4:80", "a.example",
-                 "fe80::1%eth0", "[::1]", "::1/128", ":::", "1::2::3", "1:2:3:4:5:6:7",
-                 "12345::", "1:2:3:4:5:6:7:8:9",
-                 "1:2:3:4:5:6:7:8::", "1:2:3:4:5:6:1.2.3.4::", "::g", "::1.2.3", "abc", "1:" })
-            row(text, "");
-    }
-
-    void address()
-    {
-        QFETCH(QByteArray, text);
-        Row row;
-        QCOMPARE(build(line("/", "200", text), row), Outcome::Row);
-        QTEST(row.ip, "expected");
-    }
-
     /// The hashes come from Python, the first one for instance from
     /// hashlib.sha256(b'secret' + b'2024-03-08' + b'17' + b'host' + b'Agent').hexdigest()[:16]
     void hash()
