@@ -53,8 +53,6 @@ private slots:
                 + QByteArray(987, 'r') + "\uFFFD|-|No user agent|-|-");
         row("a byte order mark", "\"GET /\" 200 5 \"\xEF\xBB\xBF\"",
             "GET|/|200|5|true|direct|-|-|-|No user agent|-|-");
-        row("NUL, malformed UTF-8", R"("GET /a%00b%FF" 200 5)",
-            "GET|/a\uFFFDb\uFFFD|200|5|true|direct|-|-|-|No user agent|-|-");
         for (const QByteArrayList &duration : QList<QByteArrayList> {
                  { "0", "0" }, { "2147483646", "2147483646" }, { "2147483647", "-" } })
             row(R"("GET /" 1 0 "-" "-" )" + duration[0],

@@ -16,7 +16,8 @@ import unittest.mock
 import vesk
 
 SCRIPTS = sorted(p.name for p in (pathlib.Path(__file__).parents[2] / "sql").glob("*.sql"))
-REFUSE = "CREATE FUNCTION public.refuse() RETURNS trigger LANGUAGE plpgsql AS $$BEGIN RAISE 'not now'; END$$;"
+TRIGGER = "RETURNS trigger LANGUAGE plpgsql AS $$BEGIN RAISE 'not now'; END$$"
+REFUSE = f"CREATE FUNCTION public.refuse() {TRIGGER};"
 DUPLICATE = "1||sql: ERROR:  duplicate key value violates unique constraint "
 RULED_OUT = '1||sql: ERROR:  new row for relation "users" violates check constraint '
 os.chdir(vesk.FOLDER)
@@ -134,8 +135,8 @@ class Test(unittest.TestCase):
         # The commit fails.
         DATABASE.sql(
             "DROP SCHEMA vesk CASCADE; CREATE SCHEMA vesk; CREATE TABLE vesk.schema_migrations"
-            f" (version integer PRIMARY KEY, name text NOT NULL); {REFUSE} CREATE CONSTRAINT TRIGGER"
-            " late AFTER INSERT ON vesk.schema_migrations DEFERRABLE INITIALLY DEFERRED"
+            f" (version int PRIMARY KEY, name text NOT NULL); {REFUSE} CREATE CONSTRAINT TRIGGER late"
+            " AFTER INSERT ON vesk.schema_migrations DEFERRABLE INITIALLY DEFERRED"
             " FOR EACH ROW EXECUTE FUNCTION public.refuse()"
         )
         self.assertEqual(admin("migrate"), "1||sql: ERROR:  not now")

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Imports what strangers can write into a log, each line between two ordinary ones that must survive.
+"""Imports what strangers can write into a log, each line between ordinary ones that must survive.
 
 usage: hostile.py VESK-ADMIN, under scripts/with-postgres.
 """
@@ -21,16 +21,18 @@ RANDOM = random.Random(1)
 PAYLOADS = [
     text.encode().decode("unicode_escape")
     for text in r"""
-    ' " \\ \\' \\\\ '' $$ $a$ $1 ? {,} \\N NULL %s%n%99999d %% \t \r \v\f\b \x7f \x1b[31m\x1b]0;x\x07
-    \u202e\u2066cba \u200b\u200d\ufeff \U0001f600 \u0085\u2028 e\u0301e\u0301 <script>alert(1)</script>
-    ';DROP/**/TABLE/**/vesk.hits;-- \\';DELETE/**/FROM/**/vesk.sites;-- ${jndi:x}
-    ');COMMIT;DROP/**/SCHEMA/**/vesk/**/CASCADE;-- $$;SET/**/TimeZone='Asia/Tokyo';$$
+    ' " \\ \\' \\\\ '' $$ $a$ $1 ? {,} \\N NULL %s%n%99999d %% \t \r \v\f\b \x7f \x1b[31m
+    \x1b]0;x\x07 \u202e\u2066cba \u200b\u200d\ufeff \U0001f600 \u0085\u2028 e\u0301e\u0301
+    <script>x</script> ';DROP/**/TABLE/**/vesk.hits;-- \\';DELETE/**/FROM/**/vesk.sites;--
+    ${jndi:x} ');COMMIT;DROP/**/SCHEMA/**/vesk/**/CASCADE;-- $$;SET/**/TimeZone='Asia/Tokyo';$$
     1);SELECT/**/pg_terminate_backend(pg_backend_pid());--""".split()
 ]
 
-ADDRESSES = """- 0 127.1 0x7f000001 0177.0.0.1 001.002.003.004 1.2.3.08 1.2.3.0008 1.2.3.256 1.2.3.4.
-    1.2.3.4/33 1.2.3.4:80 [::1]:80 ::1/129 fe80::1%eth0 % ::1% ::: ::1:: ::ffff:01.2.3.4 ::1.2.3.4.
-    ::g 2001:db8::\uff11 1.2.3.\u0664 -1.2.3.4 localhost 255.255.255.255 256.2.3.4 12345:: 1.2.3""".split()
+ADDRESSES = """
+    - 0 127.1 0x7f000001 0177.0.0.1 001.002.003.004 1.2.3.08 1.2.3.0008 1.2.3.256 1.2.3 1.2.3.4.
+    1.2.3.4/33 1.2.3.4:80 [::1]:80 ::1/129 fe80::1%eth0 % ::1% ::: ::1:: ::ffff:01.2.3.4
+    ::1.2.3.4. ::g 2001:db8::\uff11 1.2.3.\u0664 -1.2.3.4 localhost 255.255.255.255 256.2.3.4
+    12345::""".split()
 ADDRESSES += ["1" * 400, "1:" * 200, "::" + "0" * 400, "0" * 400 + ".0.0.0"]
 for groups in range(1, 10):
     for parts in (["1f"] * groups, ["1f"] * groups + ["1.2.3.4"]):
@@ -121,10 +123,6 @@ def hostile_lines():
 
     for text in ADDRESSES:
         yield stored(get(b"/", ip=text.encode()), ip=address_of(text))
-    for status in (b"32768", b"99999999999999999999"):
-        yield get(b"/", status=status), REFUSED
-    text = get(b"/", size=b"9223372036854775808", rest=b" 2147483647")
-    yield stored(text, bytes=0, response_us=None)
     for day, time in (("0001-01-01", b"01/Jan/0001"), ("9999-12-31", b"31/Dec/9999")):
         yield stored(get(b"/when", time=time + b":00:00:00 +0000"), at=f"{day}T00:00:00+00:00")
     yield get(b"/", time=b"infinity"), REFUSED
@@ -150,10 +148,10 @@ def hostile_lines():
 
 
 NEIGHBOUR = json.loads(
-    """{"at": "2026-03-10T12:00:00+00:00", "method": "GET", "status": 200, "bytes": 5, "is_page": true,
-    "ip": "198.51.100.7", "country": "DE", "source_kind": "search", "source": "Bing", "device": "desktop",
-    "referrer": "https://bing.com/?q=a", "search_terms": "a", "browser": "Firefox", "os": "Linux",
-    "bot": null, "engaged_secs": null, "response_us": 77}"""
+    """{"at": "2026-03-10T12:00:00+00:00", "method": "GET", "status": 200, "bytes": 5, "is_page":
+    true, "ip": "198.51.100.7", "country": "DE", "source_kind": "search", "source": "Bing",
+    "device": "desktop", "referrer": "https://bing.com/?q=a", "search_terms": "a", "browser":
+    "Firefox", "os": "Linux", "bot": null, "engaged_secs": null, "response_us": 77}"""
 )
 
 
@@ -207,7 +205,8 @@ def check(database, log, entries, agents=0):
     assert len(rows) == len(kept), len(rows)
     for (sent, expected), row in zip(kept, rows):
         check_row(sent, row, expected)
-    figures = "SELECT at::date, count(*) FILTER (WHERE method <> 'BEACON') FROM vesk.hits GROUP BY 1 ORDER BY 1"
+    requests = "count(*) FILTER (WHERE method <> 'BEACON')"
+    figures = f"SELECT at::date, {requests} FROM vesk.hits GROUP BY 1 ORDER BY 1"
     totals = "SELECT day, n1 FROM vesk.rollup WHERE (scope, key) = ('{}', 'requests') ORDER BY 1"
     for scope in ("people", "all"):
         assert database.sql(totals.format(scope)) == database.sql(figures), scope

@@ -63,22 +63,13 @@ slow_paths path,percentile_95_us,median_us,longest_us,requests: /slow.js 100000 
 downloads path,bytes,requests: /files/book.pdf 1000000 1
 scanner_addresses address,requests: 198.51.100.9 2
 """
-HOSTILE = [
-    "/<script>alert(1)</script>",
-    "/\"><img src=x onerror='alert(1)'>",
-    "/' onmouseover='x",
-    "/a&amp;b&#x3c;&lt;",
-    "/</title></svg></style>-->]]>",
-    "/\u202egpj.exe",
-    "/\u2066x\u2069",
-    "/\x1b[2J\x07\x9b31m\r\ttab\nline",
-    "/مرحبا",
-    "/\u200b\ufeff\u00ad\U000e0041",
-    "/" + "a" * 1900,
-    "/" + "日" * 600,
-    "/e" + "\u0301" * 500,
-    "/%s%1$s\\'; DROP TABLE x;",
-]
+# In Python's notation, at blanks.
+HOSTILE = r"""/<script>alert(1)</script> /"><img\x20src=x\x20onerror='alert(1)'>
+    /'\x20onmouseover='x /a&amp;b&#x3c;&lt; /</title></svg></style>-->]]> /\u202egpj.exe
+    /\u2066x\u2069 /\x1b[2J\x07\x9b31m\r\ttab\nline /\u0645\u0631\u062d /\u200b\ufeff\xad\U000e0041
+    /%s%1$s\\';\x20DROP\x20TABLE\x20x;"""
+HOSTILE = [text.encode().decode("unicode_escape") for text in HOSTILE.split()]
+HOSTILE += ["/" + "a" * 1900, "/" + "日" * 600, "/e" + "\u0301" * 500]
 
 
 def line(time, ip, agent, target, status, size, referrer="-", duration=""):

@@ -32,7 +32,7 @@ WITH relation AS (
     FROM relation JOIN pg_index ON indexrelid = oid
     WHERE relkind = 'i' AND oid NOT IN (SELECT conindid FROM pg_constraint)
     UNION ALL
-    SELECT 'sequence ' || name, 0, concat_ws(' ', seqstart, seqincrement, format_type(seqtypid, NULL))
+    SELECT 'sequence ' || name, 0, concat_ws(' ', seqstart, seqincrement, seqtypid::regtype)
     FROM relation JOIN pg_sequence ON seqrelid = oid WHERE name NOT LIKE '%\_id\_seq'
     UNION ALL
     SELECT 'function ' || p.oid::regprocedure, 0, concat_ws(' ', proargnames, prorettype::regtype, lanname)

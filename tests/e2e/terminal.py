@@ -21,7 +21,7 @@ DATABASE = vesk.Database("terminal")
 
 
 class Terminal(pexpect.spawn):
-    """The program on a terminal of 80 columns; with a script, bash runs that, and finds it as "$@"."""
+    """The program on a terminal of 80 columns; with a script, bash runs that with it as "$@"."""
 
     def __init__(self, *arguments, script='exec "$@"'):
         self.screen = pyte.Screen(80, 24)

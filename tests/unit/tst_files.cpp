@@ -11,8 +11,6 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <sys/stat.h>
-
 using namespace vesk;
 
 namespace {
@@ -163,21 +161,6 @@ private slots:
             QCOMPARE(reader.position(), size);
             QCOMPARE(reader.size(), size);
         }
-    }
-
-    /// What is in a pipe is handed out before more comes.
-    void pipe()
-    {
-        const QByteArray path = m_folder.filePath("pipe").toLocal8Bit();
-        QCOMPARE(mkfifo(path.constData(), 0600), 0);
-        QFile writer(path);
-        QVERIFY(writer.open(
-            QIODevice::ReadWrite | QIODevice::Unbuffered)); // does not wait for a reader
-        QCOMPARE(writer.write("one\ntwo"), 7);
-        LineReader reader(path);
-        QCOMPARE(reader.next()->toByteArray(), QByteArray("one"));
-        QCOMPARE(reader.position(), 0);
-        QCOMPARE(reader.size(), 0);
     }
 
     /// A reader given up half-way ends its child process, or Qt warns.

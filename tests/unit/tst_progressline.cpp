@@ -16,44 +16,37 @@ void TestProgressLine::text_data()
     QTest::addColumn<ProgressState>("state");
     QTest::addColumn<int>("columns");
     QTest::addColumn<QString>("expected");
-    const auto add
-        = [](const char *name, const ProgressState &state, int columns, const char *expected) {
-              QTest::newRow(name) << state << columns << QString::fromUtf8(expected);
-          };
+    const auto row = [](const ProgressState &state, int columns, const char *expected) {
+        QTest::newRow(expected) << state << columns << QString::fromUtf8(expected);
+    };
     // 1,234,567 in 30 s are 41,152 each second; the 3/4 left take 90 s.
     const ProgressState half { "a.log", "lines", 1234567, 25, 100, 30000 };
-    add("all", half, 79, "a.log  25 %  1,234,567 lines  41,152 lines/s  1:30 left");
-    add("no size", { "a.log", "lines", 7, 5, 0, 2000 }, 79, "a.log  7 lines  3 lines/s");
-    add("nothing counted", { "a", "", 0, 1, 3, 4000 }, 79, "a  33 %  0:08 left");
-    add("nothing done", { "a", "lines", 0, 0, 100, 2000 }, 79, "a  0 %  0 lines  0 lines/s");
-    add("no time", { "a", "lines", 5, 1, 2, 0 }, 79, "a  50 %  5 lines  0:00 left");
-    add("more than all", { "a", "", 0, 3, 2, 9000 }, 79, "a  100 %  0:00 left");
-    add("large", { "a", "bytes", 5000000000000, 1, 1000000000001, 1 }, 79,
-        "a  0 %  5,000,000,000,000 bytes  5,000,000,000,000,000 bytes/s"); // 16,666,666:40 does not
-                                                                           // fit
-    add("exact width", half, 55, "a.log  25 %  1,234,567 lines  41,152 lines/s  1:30 left");
-    add("a field less", half, 54, "a.log  25 %  1,234,567 lines  41,152 lines/s");
-    add("no field", half, 10, "a.log");
-    add("narrow", half, 4, "…log");
-    add("one column", half, 1, "…");
+    row({ "a.log", "lines", 7, 5, 0, 2000 }, 79, "a.log  7 lines  3 lines/s");
+    row({ "a", "", 0, 1, 3, 4000 }, 79, "a  33 %  0:08 left");
+    row({ "a", "lines", 0, 0, 100, 2000 }, 79, "a  0 %  0 lines  0 lines/s");
+    row({ "a", "lines", 5, 1, 2, 0 }, 79, "a  50 %  5 lines  0:00 left");
+    row({ "a", "", 0, 3, 2, 9000 }, 79, "a  100 %  0:00 left");
+    // The time left, 16,666,666:40, does not fit.
+    row({ "a", "bytes", 5000000000000, 1, 1000000000001, 1 }, 79,
+        "a  0 %  5,000,000,000,000 bytes  5,000,000,000,000,000 bytes/s");
+    row(half, 55, "a.log  25 %  1,234,567 lines  41,152 lines/s  1:30 left");
+    row(half, 54, "a.log  25 %  1,234,567 lines  41,152 lines/s");
+    row(half, 10, "a.log");
+    row(half, 4, "…log");
+    row(half, 1, "…");
 
-    const auto named = [](const QString &name) {
-        return ProgressState { name, "", 0, 1, 2, 1000 };
-    }; // 17 columns of fields
-    add("long name", named("/var/log/nginx/example.org.log"), 41,
-        "…g/nginx/example.org.log  50 %  0:01 left");
-    add("name that fits", named("123456789012345678901234"), 41,
-        "123456789012345678901234  50 %  0:01 left");
-    add("control characters", named("a\x1b[2J\r\n\x7f\u0085b"), 79, "a�[2J����b  50 %  0:01 left");
-    add("direction and separators", named(u"\u202ea\u2066\u2028b"_qs), 79,
-        "�a��b  50 %  0:01 left");
-    add("wide", named("日本語日本語日本語日本語"), 41, "日本語日本語日本語日本語  50 %  0:01 left");
-    add("wide, cut", named("日本語日本語日本語日本語"), 40,
-        "…本語日本語日本語日本語  50 %  0:01 left");
-    add("outside the BMP", named("😀123456789012345678901234"), 41,
-        "…23456789012345678901234  50 %  0:01 left");
-    add("combining", named(u"日\u0301b123456789012345678901234"_qs), 43,
-        "…b123456789012345678901234  50 %  0:01 left");
+    const auto named = [&row](const QString &name, int columns, const char *expected) {
+        row({ name, "", 0, 1, 2, 1000 }, columns, expected); // 17 columns of fields
+    };
+    named("/var/log/nginx/example.org.log", 41, "…g/nginx/example.org.log  50 %  0:01 left");
+    named("123456789012345678901234", 41, "123456789012345678901234  50 %  0:01 left");
+    named("a\x1b[2J\r\n\x7f\u0085b", 79, "a�[2J����b  50 %  0:01 left");
+    named(u"\u202ea\u2066\u2028b"_qs, 79, "�a��b  50 %  0:01 left");
+    named("日本語日本語日本語日本語", 41, "日本語日本語日本語日本語  50 %  0:01 left");
+    named("日本語日本語日本語日本語", 40, "…本語日本語日本語日本語  50 %  0:01 left");
+    named("😀123456789012345678901234", 41, "…23456789012345678901234  50 %  0:01 left");
+    named(
+        u"日\u0301b123456789012345678901234"_qs, 43, "…b123456789012345678901234  50 %  0:01 left");
 }
 
 void TestProgressLine::text()
