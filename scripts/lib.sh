@@ -4,7 +4,7 @@
 build_packages=(g++ cmake ninja-build qt6-base-dev libqt6sql6-psql libpq-dev libssl-dev postgresql)
 # shellcheck disable=SC2034 # for the scripts that source this file
 test_packages=("${build_packages[@]}" clang-format iso-codes openssl iproute2
-    python3 python3-pexpect python3-pyte black)
+    bzip2 xz-utils zstd python3 python3-pexpect python3-pyte black)
 
 say() { printf '%s: %s\n' "${0##*/}" "$*" >&2; }
 
