@@ -15,6 +15,11 @@ void addRow(db::Values &values, int siteId, const Row &row);
 class HitWriter
 {
 public:
+    explicit HitWriter(db::StatementStream::Reports reports)
+        : m_stream(reports)
+    {
+    }
+
     /// Sends \a rows for site \a siteId, in statements of kBatchRows rows and a last one of the
     /// rest. Until finish() nothing else may use the connection.
     void send(int siteId, const QList<Row> &rows);

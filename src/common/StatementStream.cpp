@@ -239,6 +239,7 @@ void StatementStream::begin()
         m_server = server;
         m_prepared.clear();
     }
+    m_failed = false;
     PQsetnonblocking(m_connection, 1);
     PQenterPipelineMode(m_connection);
 }

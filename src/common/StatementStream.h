@@ -92,7 +92,7 @@ public:
     /// between send() and finish() should call it now and then.
     void poll();
 
-    /// Whether any statement of this stream is known to have failed.
+    /// Whether any statement is known to have failed. The first send() after finish() starts anew.
     bool failed() const { return m_failed; }
 
     /// Waits for all results. Whether each statement sent since the last finish() succeeded, in
@@ -115,7 +115,7 @@ private:
     void fail(const QString &errorText);
 
     const Reports m_reports;
-    bool m_failed = false;
+    bool m_failed = false; ///< any statement since begin()
 
     pg_conn *m_connection = nullptr; ///< null between finish() and send()
     bool m_lost = false; ///< the connection, since the last finish()

@@ -44,7 +44,8 @@ private:
 
     Ledger &m_ledger;
     const Task m_task;
-    analytics::Ingest m_ingest; ///< visits go on from log to log
+    /// Visits go on from log to log. A log is one transaction, which one failure ends.
+    analytics::Ingest m_ingest { db::StatementStream::ReportFirst };
     bool m_failed = false;
 };
 
