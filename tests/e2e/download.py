@@ -22,9 +22,7 @@ SKIPPED = 77
 
 def enter_namespaces():
     """Goes on in namespaces where the loopback device and mounts can be changed."""
-    probe = (
-        "ip link set lo up && mount -t tmpfs none /mnt && test -e /etc/hosts -a -d /etc/ssl/certs"
-    )
+    probe = "ip link set lo up && mount -t tmpfs none /mnt && ls /etc/hosts /etc/ssl/certs"
     for options in ([], ["--map-root-user"]):
         unshare = ["unshare", "--mount", "--net", *options]
         if subprocess.run([*unshare, "sh", "-c", probe], capture_output=True).returncode == 0:

@@ -126,8 +126,7 @@ def hostile_lines():
     for day, time in (("0001-01-01", b"01/Jan/0001"), ("9999-12-31", b"31/Dec/9999")):
         yield stored(get(b"/when", time=time + b":00:00:00 +0000"), at=f"{day}T00:00:00+00:00")
     yield get(b"/", time=b"infinity"), REFUSED
-    for seconds in ("nan", "1e-50", "1" * 400):
-        yield get(b"/vesk-b?p=/b&t=" + seconds.encode()), DROPPED
+    yield get(b"/vesk-b?p=/b&t=" + b"1" * 400), DROPPED
     for seconds, value in (("1e-40", 1e-40), ("0." + "0" * 400 + "1e401", 1)):
         yield stored(get(b"/vesk-b?p=/b&t=" + seconds.encode()), engaged_secs=value, path="/b")
     yield stored(line(b"BEACON /page HTTP/1.1"), status=200, engaged_secs=None, is_page=False)

@@ -66,7 +66,7 @@ scanner_addresses address,requests: 198.51.100.9 2
 # In Python's notation, at blanks.
 HOSTILE = r"""/<script>alert(1)</script> /"><img\x20src=x\x20onerror='alert(1)'>
     /'\x20onmouseover='x /a&amp;b&#x3c;&lt; /</title></svg></style>-->]]> /\u202egpj.exe
-    /\u2066x\u2069 /\x1b[2J\x07\x9b31m\r\ttab\nline /\u0645\u0631\u062d /\u200b\ufeff\xad\U000e0041
+    /\u2066x\u2028\u2069 /\x1b[2J\x07\x9b31m\r\ttab\nline /\u0645\u0631\u062d /\u200b\ufeff\xad\U000e0041
     /%s%1$s\\';\x20DROP\x20TABLE\x20x;"""
 HOSTILE = [text.encode().decode("unicode_escape") for text in HOSTILE.split()]
 HOSTILE += ["/" + "a" * 1900, "/" + "日" * 600, "/e" + "\u0301" * 500]
@@ -193,13 +193,9 @@ def hostile_log(names):
     for n, name in enumerate(names):
         target = urllib.parse.quote(name, safe="/")
         referrer = "https://" + name.replace('"', '\\"').replace("\n", "")
-        for status, what in (
-            (200, target),
-            (404, target),
-            (500, target),
-            (200, target + ".zip"),
-            (200, f"/?utm_source={target}&utm_campaign={target}"),
-        ):
+        campaign = f"/?utm_source={target}&utm_campaign={target}"
+        targets = (target, target, target, target + ".zip", campaign)
+        for status, what in zip((200, 404, 500, 200, 200), targets):
             time, ip = "01/Jun/2026:10:00:00", f"192.0.2.{n}"
             log += line(time, ip, "desktop", what, status, 5, referrer)
     return log
@@ -235,9 +231,13 @@ def check_pages(reports):
     names = {path.name for path in folder.iterdir()}
     linked = {"2026-03.html", "last-30-days.html", "last-7-days.html", "last-day.html"}
     assert names == linked | {"index.html"}, names
-    assert all(f'href="{name}"' in (folder / "index.html").read_text() for name in linked)
+    index = (folder / "index.html").read_text()
+    assert all(f'href="{name}"' in index for name in linked), index
+    assert "Last 7 days: 24 February to 2 March 2026" in index, index
     assert "Monday, 2 March 2026" in (folder / "last-day.html").read_text()
-    assert reports.run("--pages", folder / "missing", "sample.example").returncode == 1
+    (folder / "last-day.html").unlink()
+    (folder / "last-day.html").mkdir()
+    assert reports.run("--pages", folder, "sample.example").returncode == 1
 
 
 def check_failures(reports):

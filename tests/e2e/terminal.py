@@ -197,9 +197,8 @@ class Test(unittest.TestCase):
         terminal = self.import_log(script='set -m; "$@"; echo stopped; read; fg')
         terminal.sendcontrol("z")
         terminal.expect_exact("stopped\r\n")
-        self.assertEqual(
-            [line for line in terminal.lines() if "lines" in line or "inter" in line], []
-        )
+        left = [line for line in terminal.lines() if "lines" in line or "inter" in line]
+        self.assertEqual(left, [])
         terminal.sendline()
         self.show(terminal)
         self.pipe.close()
