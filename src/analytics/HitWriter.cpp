@@ -72,8 +72,9 @@ void addRow(db::Values &values, int siteId, const Row &row)
         values.addNull();
 }
 
-void HitWriter::send(int siteId, const QList<Row> &rows)
+void HitWriter::send(int siteId, const QList<Row> &rows, db::StatementStream::Reports reports)
 {
+    m_stream.setReports(reports);
     for (qsizetype i = 0; i < rows.size(); i += kBatchRows)
         insertBatch(siteId, rows.begin() + i, rows.begin() + std::min(i + kBatchRows, rows.size()));
 }

@@ -15,14 +15,10 @@ void addRow(db::Values &values, int siteId, const Row &row);
 class HitWriter
 {
 public:
-    explicit HitWriter(db::StatementStream::Reports reports)
-        : m_stream(reports)
-    {
-    }
-
     /// Sends \a rows for site \a siteId, in statements of kBatchRows rows and a last one of the
-    /// rest. Until finish() nothing else may use the connection.
-    void send(int siteId, const QList<Row> &rows);
+    /// rest. Until finish() nothing else may use the connection. \a reports says which failures
+    /// are reported.
+    void send(int siteId, const QList<Row> &rows, db::StatementStream::Reports reports);
 
     /// To be called now and then until finish(), so that the database gets what was sent.
     void poll() { m_stream.poll(); }

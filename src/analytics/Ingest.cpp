@@ -133,7 +133,8 @@ Ingest::Result Ingest::ingest(
         QString cause = transaction.error();
         complete(slice.rows, transaction, &cause);
         if (transaction.isOpen())
-            m_writer.send(siteId, slice.rows);
+            m_writer.send(siteId, slice.rows,
+                whole ? db::StatementStream::ReportFirst : db::StatementStream::ReportEach);
         slice.rows.clear();
         m_visits.prune(QDateTime::currentDateTimeUtc());
         Slice next = readSlice(builder, nextLine);

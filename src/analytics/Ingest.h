@@ -50,12 +50,6 @@ public:
     /// until the next call.
     using LineSource = std::function<std::optional<QByteArrayView>()>;
 
-    /// With \a reports of the statements that store rows.
-    explicit Ingest(db::StatementStream::Reports reports = db::StatementStream::ReportEach)
-        : m_writer(reports)
-    {
-    }
-
     /// Reads from the database what the import needs. False when it has no visitor secret.
     bool init();
 

@@ -84,6 +84,9 @@ public:
     ~StatementStream();
     Q_DISABLE_COPY_MOVE(StatementStream)
 
+    /// Of the failures from now on.
+    void setReports(Reports reports) { m_reports = reports; }
+
     /// Sends \a sql, written with "?" placeholders, with its values. Waits only when many
     /// statements are on their way already.
     void send(const QByteArray &sql, const Values &values);
@@ -114,7 +117,7 @@ private:
     QByteArray prepare(const QByteArray &sql);
     void fail(const QString &errorText);
 
-    const Reports m_reports;
+    Reports m_reports;
     bool m_failed = false; ///< any statement since begin()
 
     pg_conn *m_connection = nullptr; ///< null between finish() and send()

@@ -44,8 +44,7 @@ private:
 
     Ledger &m_ledger;
     const Task m_task;
-    /// Visits go on from log to log. A log is one transaction, which one failure ends.
-    analytics::Ingest m_ingest { db::StatementStream::ReportFirst };
+    analytics::Ingest m_ingest; ///< visits go on from log to log
     bool m_failed = false;
 };
 

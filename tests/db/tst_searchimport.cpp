@@ -53,10 +53,9 @@ private slots:
     void replacesTheRange()
     {
         const QByteArray text
-            = "{'totals': [{'keys': ['2024-05-03'], 'clicks': 3, 'impressions': 30, 'position': "
-              "1.5},"
-              "{'keys': ['2024-05-01'], 'clicks': 1, 'impressions': 10, 'position': 2}], 'other': "
-              "1,"
+            = "{'totals': [{'keys': ['2024-05-03'], 'clicks': 3, 'impressions': 30, "
+              "'position': 1.5}, {'keys': ['2024-05-01'], 'clicks': 1, 'impressions': 10, "
+              "'position': 2}], 'other': 1, "
               "'rows': [{'keys': ['2024-05-02', 'new', '/x', 'deu', 'TABLET'], 'clicks': 1}]}";
         for (int i = 0; i < 2; ++i) {
             bool ok = false;
