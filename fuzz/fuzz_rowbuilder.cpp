@@ -40,10 +40,31 @@ void checkAddress(const QString &text)
         inet_pton(AF_INET6, text.toLatin1().constData(), &address) == 1, "an address is IPv6");
 }
 
-void checkStored(const Row &row)
+db::Values valuesOf(const Row &row)
 {
     db::Values values;
     analytics::addRow(values, kSite, row);
+    return values;
+}
+
+/// What the lines before told must make no difference.
+void checkMemory(QByteArrayView line, RowBuilder::Outcome outcome, const Row &row)
+{
+    Row alone;
+    fuzz::check(RowBuilder(kSecret, kSite, kHost).build(line, alone) == outcome,
+        "the outcome is that of the line alone");
+    if (outcome != RowBuilder::Outcome::Row)
+        return;
+    const db::Values with = valuesOf(row);
+    const db::Values without = valuesOf(alone);
+    for (qsizetype i = 0; i < Columns; ++i)
+        fuzz::check(with.at(i) == without.at(i) && with.at(i).isNull() == without.at(i).isNull(),
+            "the row is that of the line alone");
+}
+
+void checkStored(const Row &row)
+{
+    const db::Values values = valuesOf(row);
     fuzz::check(values.size() == Columns, "a value for each column");
     const auto codeUnits
         = [&values](Column column) { return QString::fromUtf8(values.at(column)).size(); };
@@ -109,6 +130,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         const RowBuilder::Outcome outcome = builder.build(line, row);
         fuzz::check((outcome == RowBuilder::Outcome::Blank) == line.trimmed().isEmpty(),
             "blank is what has nothing but white space");
+        checkMemory(line, outcome, row);
         if (outcome != RowBuilder::Outcome::Row)
             continue;
         checkAddress(row.ip);

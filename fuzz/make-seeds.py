@@ -153,6 +153,10 @@ def main():
         some.append(
             f'::1 - - [{TIMES[0]}] "GET / HTTP/1.1" {status} 5 "-" "Mozilla/5.0" {duration}'
         )
+    # Visitors that differ only in where the address ends and the user agent begins.
+    for ip, agent in [("1.2.3.4", "5 curl/8"), ("1.2.3.45", " curl/8")]:
+        some.append(f'{ip} - - [{TIMES[0]}] "GET / HTTP/1.1" 200 5 "-" "{agent}"')
+    seed("rowbuilder", "\n".join(some[-2:]))
     for line in some:
         seed("logparser", line)
     for i in range(0, len(some), 3):

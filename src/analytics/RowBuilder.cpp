@@ -187,7 +187,8 @@ RowBuilder::Visitor RowBuilder::visitor(const LogLine &log)
         m_visitors.clear();
         m_visitorDay = day;
     }
-    return m_visitors.get(log.ip.toLatin1() + log.userAgent, [&] {
+    // A blank cannot be part of the address, so no two visitors share a key.
+    return m_visitors.get(log.ip.toLatin1() + ' ' + log.userAgent, [&] {
         return Visitor { isAddress(log.ip) ? log.ip : QString(),
             visitorHash(m_secret, m_siteId, log.ip, log.userAgent, day),
             m_clients.get(log.userAgent, [&log] { return classifyClient(log.userAgent); }) };

@@ -136,6 +136,26 @@ private slots:
             "expected");
     }
 
+    /// Visitors whose address and user agent, written together, read the same.
+    void neighbours()
+    {
+        RowBuilder builder(kSecret, kSite, kHost);
+        const QStringList texts { "1.2.3.4|5Firefox/1 curl/8", "1.2.3.45|Firefox/1 curl/8",
+            "1.2.3.4|5.6.7.8", "1.2.3.45|.6.7.8", "2001:db8::1|0 iPhone", "2001:db8::10| iPhone" };
+        for (int i = 0; i < 12; ++i) { // each remembered before it comes again
+            const QString &expected = texts[i % 6];
+            const QByteArray agent = expected.section('|', 1).toLatin1();
+            const QByteArray ip = expected.section('|', 0, 0).toLatin1();
+            Row row;
+            QCOMPARE(
+                builder.build(line("/", "200 5 \"-\" \"" + agent + '"', ip), row), Outcome::Row);
+            QCOMPARE(row.ip + '|' + row.log.userAgent, expected);
+            QCOMPARE(row.client.bot + row.client.browser + row.client.os,
+                classifyClient(agent).bot + classifyClient(agent).browser
+                    + classifyClient(agent).os);
+        }
+    }
+
     /// More of everything than is remembered, again and again, with days that change to and fro.
     void repeatedLines()
     {
