@@ -1,5 +1,7 @@
 #include "analytics/Classifier.h"
 
+#include "common/HostName.h"
+
 #include <QRegularExpression>
 #include <QUrl>
 #include <QUrlQuery>
@@ -212,7 +214,7 @@ bool isWithin(const QString &host, QLatin1String domain)
 /// that starts with it.
 bool isInternal(const QString &host, const QString &siteHost)
 {
-    const QString site = stripWww(siteHost);
+    const QString site = stripWww(comparableHost(siteHost));
     const QString referring = stripWww(host);
     return referring == site || referring.endsWith(u'.' + site)
         || referring.startsWith(site + u'.');

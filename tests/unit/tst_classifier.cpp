@@ -128,6 +128,16 @@ private slots:
                  "Example.ORG./ / example.org", "example.org.uk/ / example.org",
                  "www.bing.com/?q=a / www.bing.com", "google.example/?q=a / google.example" })
             row(QByteArray("https://") + hosts, "internal||");
+        // Names whose ending the platform trusts, and others; RFC 3492 gives the ASCII form.
+        for (const QByteArray ending : { "de", "eu", "shop", "example" }) {
+            const QList<QByteArray> spellings { "b\u00fccher." + ending,
+                "xn--bcher-kva." + ending };
+            for (const QByteArray &link : spellings) {
+                for (const QByteArray &site : spellings)
+                    row("https://www." + link + "/ / www." + site, "internal||");
+                row("https://" + link + "x/ / " + spellings[0], "referral|" + spellings[1] + "x|");
+            }
+        }
         for (const QByteArray host : { "myexample.org", "example.organic", "a.example.org.uk" })
             row("https://" + host + "/ / example.org", "referral|" + host + '|');
         row("https://example.org/ / blog.example.org", "referral|example.org|");
@@ -139,7 +149,7 @@ private slots:
         QFETCH(QByteArray, text);
         const QList<QByteArray> parts = text.split(' ');
         const Source source = classifySource(
-            parts[0], parts.value(1, "/a?q=b"), QString::fromLatin1(parts.value(2, "example.org")));
+            parts[0], parts.value(1, "/a?q=b"), QString::fromUtf8(parts.value(2, "example.org")));
         QTEST(joined({ source.kind, source.name, source.searchTerms }), "expected");
     }
 
