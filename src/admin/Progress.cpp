@@ -1,17 +1,14 @@
 #include "admin/Progress.h"
 
+#include "common/Text.h"
+
 #include <QByteArray>
-#include <QChar>
-#include <QLocale>
 #include <QStringList>
 
 #include <algorithm>
 #include <array>
 #include <csignal>
 #include <cstddef>
-#include <cwchar>
-#include <numeric>
-#include <string>
 #include <string_view>
 
 #include <poll.h>
@@ -32,59 +29,6 @@ volatile std::sig_atomic_t g_shown = 0;
 QtMessageHandler g_oldHandler = nullptr;
 std::array<QByteArray, 2> g_farewells; ///< two, so that one is whole whenever a signal comes
 volatile std::sig_atomic_t g_farewell = 0;
-
-// ---- The text ----
-
-QString number(qint64 value)
-{
-    static const QLocale locale(QLocale::English, QLocale::UnitedStates);
-    return locale.toString(value);
-}
-
-/// "m:ss"
-QString duration(qint64 msecs)
-{
-    const qint64 seconds = (msecs + 500) / 1000;
-    return QStringLiteral("%1:%2").arg(seconds / 60).arg(seconds % 60, 2, 10, QLatin1Char('0'));
-}
-
-/// The columns that a character takes; negative when it must not be printed.
-int columnsOf(char32_t c)
-{
-    // Format characters can turn the direction of what follows.
-    return QChar::category(c) == QChar::Other_Format ? -1 : wcwidth(static_cast<wchar_t>(c));
-}
-
-std::u32string printable(const QString &name)
-{
-    std::u32string text = name.toStdU32String();
-    std::replace_if(
-        text.begin(), text.end(), [](char32_t c) { return columnsOf(c) < 0; },
-        QChar::ReplacementCharacter);
-    return text;
-}
-
-int columnsOf(const std::u32string &text)
-{
-    return std::accumulate(
-        text.begin(), text.end(), 0, [](int sum, char32_t c) { return sum + columnsOf(c); });
-}
-
-/// The end of \a text that fits into \a columns, after an ellipsis when that is not all.
-QString fitted(std::u32string text, int columns)
-{
-    int width = columnsOf(text);
-    if (width > columns) {
-        std::size_t cut = 0;
-        // What takes no column belongs to the character before.
-        while (cut < text.size() && (width >= columns || columnsOf(text[cut]) == 0))
-            width -= columnsOf(text[cut++]);
-        text = U'…' + text.substr(cut);
-    }
-    return QString::fromStdU32String(text);
-}
-
-// ---- The terminal ----
 
 void send(std::string_view bytes)
 {
@@ -145,20 +89,20 @@ QString progressLine(const ProgressState &state, int columns)
         fields
             += QStringLiteral("%1 %").arg(std::min(state.done * 100 / state.total, qint64 { 100 }));
     if (!state.unit.isEmpty()) {
-        fields += number(state.count) + u' ' + state.unit;
+        fields += vesk::grouped(static_cast<double>(state.count)) + u' ' + state.unit;
         if (state.msecs > 0)
-            fields += number(state.count * 1000 / state.msecs) + u' ' + state.unit
-                + QLatin1String("/s");
+            fields += vesk::grouped(static_cast<double>(state.count * 1000 / state.msecs)) + u' '
+                + state.unit + QLatin1String("/s");
     }
     if (state.total > 0 && state.done > 0) {
         const auto rest = static_cast<double>(std::max(state.total - state.done, qint64 { 0 }));
         const double msecs
             = static_cast<double>(state.msecs) * rest / static_cast<double>(state.done);
-        fields += duration(qRound64(msecs)) + QLatin1String(" left");
+        fields += vesk::minutes(msecs / 1000) + QLatin1String(" left");
     }
 
-    const std::u32string name = printable(state.name);
-    const int forFields = columns - std::min(columnsOf(name), kNameColumns);
+    const int forFields
+        = columns - std::min(vesk::columnsOf(vesk::clean(state.name)), kNameColumns);
     QString tail;
     for (const QString &field : fields) {
         const QString longer = tail + QLatin1String("  ") + field;
@@ -166,7 +110,7 @@ QString progressLine(const ProgressState &state, int columns)
             break;
         tail = longer;
     }
-    return fitted(name, columns - static_cast<int>(tail.size())) + tail;
+    return vesk::fitEnd(state.name, columns - static_cast<int>(tail.size())) + tail;
 }
 
 Progress::Progress()
@@ -214,8 +158,8 @@ void Progress::setFarewell(const QString &line)
     QByteArray farewell;
     if (!line.isEmpty()) {
         // The terminal may have echoed the key that was pressed.
-        const QString text = QString::fromStdU32String(printable(line));
-        farewell = QByteArray(kErase.data(), kErase.size()) + text.toLocal8Bit() + '\n';
+        farewell
+            = QByteArray(kErase.data(), kErase.size()) + vesk::clean(line).toLocal8Bit() + '\n';
     }
     const int other = 1 - g_farewell;
     g_farewells[static_cast<std::size_t>(other)] = farewell;

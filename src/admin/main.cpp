@@ -8,13 +8,12 @@
 #include "common/FilePath.h"
 #include "common/Gzip.h"
 #include "common/LineReader.h"
-#include "common/Output.h"
 #include "common/Password.h"
+#include "common/Program.h"
 #include "common/ProgressCallback.h"
+#include "common/Sites.h"
+#include "common/Text.h"
 
-#include <QCommandLineOption>
-#include <QCommandLineParser>
-#include <QCoreApplication>
 #include <QDate>
 #include <QDir>
 #include <QFile>
@@ -22,8 +21,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSet>
-#include <QSettings>
-#include <QSqlQuery>
 #include <QStringList>
 
 #include <algorithm>
@@ -37,16 +34,24 @@ using vesk::analytics::Ingest;
 
 namespace {
 
+/// \a text as it was given, but cleaned where the stream \a fd is a terminal, which would obey it.
+QByteArray shown(const QString &text, int fd = STDERR_FILENO)
+{
+    return (isatty(fd) == 1 ? vesk::clean(text) : text).toLocal8Bit();
+}
+
+QByteArray printed(const QString &text)
+{
+    return shown(text, STDOUT_FILENO);
+}
+
 /// The id of a site; 0 after a message when there is none with that host.
 int siteId(const QString &host)
 {
-    QSqlQuery q;
-    q.prepare(QStringLiteral("SELECT id FROM vesk.sites WHERE host = lower(?)"));
-    q.addBindValue(host);
-    if (vesk::db::exec(q) && q.next())
-        return q.value(0).toInt();
-    qCritical("unknown site %s (add it with add-site)", qPrintable(host));
-    return 0;
+    const int id = vesk::siteId(host);
+    if (id == 0)
+        qCritical("unknown site %s (add it with add-site)", shown(host).constData());
+    return id;
 }
 
 /// Shows what is told about the work on \a name.
@@ -77,11 +82,9 @@ bool applyScript(const QString &name, int version)
         qCritical("%s: %s", qPrintable(name), qPrintable(error));
         return false;
     }
-    QSqlQuery m;
-    m.prepare(QStringLiteral("INSERT INTO vesk.schema_migrations (version, name) VALUES (?, ?)"));
-    m.addBindValue(version);
-    m.addBindValue(name);
-    if (!vesk::db::exec(m) || !transaction.commit())
+    const QString note
+        = QStringLiteral("INSERT INTO vesk.schema_migrations (version, name) VALUES (?, ?)");
+    if (!vesk::db::run(note, { version, name }) || !transaction.commit())
         return false;
     printf("applied %s\n", qPrintable(name));
     return true;
@@ -135,27 +138,26 @@ int addUser(const QString &name, const QString &role)
         qCritical("passwords do not match");
         return 1;
     }
-    QSqlQuery q;
-    q.prepare(
-        QStringLiteral("INSERT INTO vesk.users (username, password_hash, role) VALUES (?, ?, ?)"));
-    q.addBindValue(name);
-    q.addBindValue(vesk::password::hash(password));
-    q.addBindValue(role);
-    if (!vesk::db::exec(q))
+    if (!vesk::db::run(
+            QStringLiteral(
+                "INSERT INTO vesk.users (username, password_hash, role) VALUES (?, ?, ?)"),
+            { name, vesk::password::hash(password), role }))
         return 1;
-    printf("created %s (%s)\n", qPrintable(name), qPrintable(role));
+    printf("created %s (%s)\n", printed(name).constData(), printed(role).constData());
     return 0;
 }
 
 int addSite(const QString &host, const QString &name)
 {
-    QSqlQuery q;
-    q.prepare(QStringLiteral("INSERT INTO vesk.sites (host, name) VALUES (lower(?), ?)"));
-    q.addBindValue(host);
-    q.addBindValue(name);
-    if (!vesk::db::exec(q))
+    if (!vesk::db::run(QStringLiteral("INSERT INTO vesk.sites (host, name) VALUES (lower(?), ?)"),
+            { host, name }))
         return 1;
-    printf("added site %s\n", qPrintable(host.toLower()));
+    printf("added site %s\n", printed(host.toLower()).constData());
+    const auto site = vesk::findSite(host);
+    if (site && site->host != host.toLower())
+        qWarning("it is stored as %s: this database folds the case of ASCII letters alone, so name "
+                 "the site by that spelling",
+            shown(site->host).constData());
     return 0;
 }
 
@@ -168,24 +170,21 @@ int addLog(const QString &host, const QString &path)
     const int site = siteId(host);
     if (site == 0)
         return 1;
-    QSqlQuery q;
-    q.prepare(QStringLiteral("INSERT INTO vesk.log_sources (site_id, path) VALUES (?, ?)"));
-    q.addBindValue(site);
-    q.addBindValue(QFileInfo(vesk::filePath(path)).absoluteFilePath());
-    if (!vesk::db::exec(q))
+    if (!vesk::db::run(QStringLiteral("INSERT INTO vesk.log_sources (site_id, path) VALUES (?, ?)"),
+            { site, QFileInfo(vesk::filePath(path)).absoluteFilePath() }))
         return 1;
-    printf("vesk-collect will follow %s\n", qPrintable(path));
+    printf("vesk-collect will follow %s\n", printed(path).constData());
     return 0;
 }
 
 int setSetting(const QString &key, const QString &value)
 {
-    QSqlQuery q;
-    q.prepare(QStringLiteral("INSERT INTO vesk.settings VALUES (?, ?) "
-                             "ON CONFLICT (key) DO UPDATE SET value = excluded.value"));
-    q.addBindValue(key);
-    q.addBindValue(value);
-    return vesk::db::exec(q) ? 0 : 1;
+    const bool stored
+        = vesk::db::run(QStringLiteral("INSERT INTO vesk.settings VALUES (?, ?) "
+                                       "ON CONFLICT (key) DO UPDATE SET value = excluded.value"),
+            { key, value })
+              .has_value();
+    return stored ? 0 : 1;
 }
 
 // ---- Access logs ----
@@ -193,7 +192,7 @@ int setSetting(const QString &key, const QString &value)
 void warnOfLoss(const QString &file, const Ingest::LostSlice &slice)
 {
     const QString cause = slice.cause.section(u'\n', 0, 0);
-    qWarning("%s: lines %lld to %lld were not kept%s%s", qPrintable(file), slice.firstLine,
+    qWarning("%s: lines %lld to %lld were not kept%s%s", shown(file).constData(), slice.firstLine,
         slice.lastLine, cause.isEmpty() ? "" : ": ", qPrintable(cause));
 }
 
@@ -231,8 +230,8 @@ int importLogs(const QString &host, const QStringList &files)
         progress.erase();
         for (const Ingest::LostSlice &slice : total.lost)
             warnOfLoss(file, slice);
-        printf("%s: %d lines, %d stored, %d not log entries\n", qPrintable(file), total.lines,
-            total.stored, total.skipped);
+        printf("%s: %d lines, %d stored, %d not log entries\n", printed(file).constData(),
+            total.lines, total.stored, total.skipped);
         days.unite(total.days);
     }
     progress.setFarewell(
@@ -252,16 +251,13 @@ int rollupSite(const QString &host)
     if (site == 0)
         return 1;
     QSet<QDate> days;
-    QSqlQuery q;
-    q.prepare(
-        QStringLiteral("SELECT DISTINCT at::date FROM vesk.hits WHERE site_id = ? ORDER BY 1"));
-    q.addBindValue(site);
-    if (vesk::db::exec(q)) {
-        while (q.next())
-            days.insert(q.value(0).toDate());
-    }
+    auto q = vesk::db::run(
+        QStringLiteral("SELECT DISTINCT at::date FROM vesk.hits WHERE site_id = ? ORDER BY 1"),
+        { site });
+    while (q && q->next())
+        days.insert(q->value(0).toDate());
     Ingest::rollup(site, days);
-    printf("%s: rolled up %lld days\n", qPrintable(host), qlonglong { days.size() });
+    printf("%s: rolled up %lld days\n", printed(host).constData(), qlonglong { days.size() });
     return 0;
 }
 
@@ -274,7 +270,7 @@ int geoipUpdate(const QString &file)
     const QString message = vesk::analytics::updateGeoIp(
         file, &ok, shownBy(progress, file.isEmpty() ? QStringLiteral("DB-IP country file") : file));
     progress.erase();
-    printf("%s\n", qPrintable(message));
+    printf("%s\n", printed(message).constData());
     return ok ? 0 : 1;
 }
 
@@ -289,7 +285,7 @@ int importGsc(const QString &host, const QString &file)
     const QString message = vesk::analytics::importSearchData(
         site, QStringLiteral("google"), object, &ok, shownBy(progress, file));
     progress.erase();
-    printf("%s: %s\n", qPrintable(host), qPrintable(message));
+    printf("%s: %s\n", printed(host).constData(), printed(message).constData());
     return ok ? 0 : 1;
 }
 
@@ -348,7 +344,7 @@ int refuse(const QCommandLineParser &parser, const QStringList &args)
     const auto command = std::find_if(std::begin(kCommands), std::end(kCommands),
         [&args](const Command &row) { return row.word() == args[0]; });
     if (command == std::end(kCommands))
-        qCritical("there is no command %s", qPrintable(args[0]));
+        qCritical("there is no command %s", shown(args[0]).constData());
     else
         qCritical("wrong number of arguments, it is: vesk-admin %s", command->usage);
     return 1;
@@ -358,26 +354,19 @@ int refuse(const QCommandLineParser &parser, const QStringList &args)
 
 int main(int argc, char **argv)
 {
-    vesk::prepareOutput();
-    const QCoreApplication app(argc, argv);
-    QCoreApplication::setApplicationName(QStringLiteral("vesk-admin"));
-    QCoreApplication::setApplicationVersion(QStringLiteral("0.1"));
-
-    QCommandLineParser parser;
-    parser.addHelpOption();
-    vesk::addConfigOption(parser);
+    vesk::Program program("vesk-admin", argc, argv);
+    QCommandLineParser &parser = program.parser();
     parser.addOption(QCommandLineOption(QStringLiteral("role"),
         QStringLiteral("Role for add-user (maintainer or customer)."), QStringLiteral("role"),
         QStringLiteral("maintainer")));
     parser.addPositionalArgument(QStringLiteral("command"), usageOfAll());
-    parser.process(app);
+    program.process();
 
     const QStringList args = parser.positionalArguments();
     const QString path = vesk::configPath(parser);
     if (path.isEmpty() || args.isEmpty())
         return refuse(parser, {});
-    const QSettings cfg(vesk::filePath(path), QSettings::IniFormat);
-    if (!vesk::db::open(cfg, QCoreApplication::applicationName()))
+    if (!program.connect(path, vesk::Program::Unreadable::Warn))
         return 1;
 
     for (const Command &command : kCommands) {

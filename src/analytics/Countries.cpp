@@ -2,9 +2,7 @@
 
 #include "common/Db.h"
 
-#include <QSqlQuery>
 #include <QStringList>
-#include <QVariant>
 
 namespace vesk::analytics {
 
@@ -38,16 +36,17 @@ void Countries::lookUp(const QSet<QString> &addresses)
 
     for (const QString &address : unknown)
         m_countries.insert(address, {});
-    QSqlQuery q;
-    q.prepare(QStringLiteral(
-        "SELECT a.ip, g.country FROM unnest(CAST(? AS text[])) AS a (ip) CROSS JOIN LATERAL ("
-        "SELECT country, ip_to FROM vesk.geo_country WHERE ip_from <= CAST(a.ip AS inet) "
-        "ORDER BY ip_from DESC LIMIT 1) g WHERE g.ip_to >= CAST(a.ip AS inet)"));
-    q.addBindValue(u'{' + unknown.join(u',') + u'}'); // addresses need no quoting
-    if (!db::exec(q))
+    // Addresses need no quoting.
+    auto q = db::run(
+        QStringLiteral(
+            "SELECT a.ip, g.country FROM unnest(CAST(? AS text[])) AS a (ip) CROSS JOIN LATERAL ("
+            "SELECT country, ip_to FROM vesk.geo_country WHERE ip_from <= CAST(a.ip AS inet) "
+            "ORDER BY ip_from DESC LIMIT 1) g WHERE g.ip_to >= CAST(a.ip AS inet)"),
+        { u'{' + unknown.join(u',') + u'}' });
+    if (!q)
         return;
-    while (q.next())
-        m_countries.insert(q.value(0).toString(), q.value(1).toString());
+    while (q->next())
+        m_countries.insert(q->value(0).toString(), q->value(1).toString());
 }
 
 QString Countries::of(const QString &address)

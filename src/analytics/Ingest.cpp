@@ -1,10 +1,9 @@
 #include "analytics/Ingest.h"
 
+#include "analytics/RollUp.h"
 #include "common/Db.h"
 
 #include <QSqlError>
-#include <QSqlQuery>
-#include <QVariant>
 
 #include <utility>
 
@@ -57,19 +56,7 @@ QList<qint64> drawSessions(qsizetype count, QString *error)
 
 void notify(int siteId)
 {
-    QSqlQuery q;
-    q.prepare(QStringLiteral("SELECT pg_notify('vesk_hits', ?)"));
-    q.addBindValue(QString::number(siteId));
-    db::exec(q);
-}
-
-bool rollUp(int siteId, QDate day)
-{
-    QSqlQuery q;
-    q.prepare(QStringLiteral("SELECT vesk.rollup_day(?, ?)"));
-    q.addBindValue(siteId);
-    q.addBindValue(day);
-    return db::exec(q);
+    db::run(QStringLiteral("SELECT pg_notify('vesk_hits', ?)"), { QString::number(siteId) });
 }
 
 } // namespace
@@ -216,8 +203,8 @@ void Ingest::rollup(int siteId, const QSet<QDate> &days, const ProgressCallback 
     qint64 done = 0;
     for (const QDate day : days) {
         progress(QLatin1String("days"), done++, days.size());
-        if (!rollUp(siteId, day) && db::reopenIfLost())
-            rollUp(siteId, day);
+        if (!rollUpDay(siteId, day) && db::reopenIfLost())
+            rollUpDay(siteId, day);
     }
 }
 

@@ -1,16 +1,18 @@
 #include "common/Db.h"
 
+#include "common/Text.h"
+
 #include <QLatin1String>
 #include <QSettings>
 #include <QSqlDatabase>
 #include <QSqlDriver>
 #include <QSqlError>
-#include <QSqlQuery>
 #include <QStringList>
 #include <QTimeZone>
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include <libpq-fe.h>
 
@@ -25,12 +27,13 @@ QString g_timeZone; // destroyed at exit
 constexpr std::array kQuoteRows { QLatin1String("23502"), QLatin1String("23514"),
     QLatin1String("44000") };
 
+const QLatin1String kPreparedTwice("42P05");
+const QLatin1String kNeverPrepared("26000");
+bool g_explainedPooler = false;
+
 void setTimeZone()
 {
-    QSqlQuery q;
-    q.prepare(QStringLiteral("SELECT set_config('TimeZone', ?, false)"));
-    q.addBindValue(g_timeZone);
-    if (exec(q))
+    if (run(QStringLiteral("SELECT set_config('TimeZone', ?, false)"), { g_timeZone }))
         qputenv("PGTZ", g_timeZone.toUtf8()); // libpq's, should the driver connect anew by itself
 }
 
@@ -90,26 +93,38 @@ bool exec(QSqlQuery &q)
     const bool prepared = !q.lastError().isValid();
     if (prepared && q.exec())
         return true;
-    reportFailure(presentable(q.lastError()));
+    reportFailure(presentable(q.lastError()), q.lastError().nativeErrorCode());
     return false;
 }
 
-void reportFailure(const QString &errorText)
+std::optional<QSqlQuery> run(const QString &sql, const QVariantList &values)
 {
-    qWarning("sql: %s", qPrintable(errorText));
+    QSqlQuery q;
+    q.prepare(sql);
+    for (const QVariant &value : values)
+        q.addBindValue(value);
+    if (!exec(q))
+        return {};
+    return q;
+}
+
+void reportFailure(const QString &errorText, const QString &sqlState)
+{
+    if (sqlState != kPreparedTwice && sqlState != kNeverPrepared) {
+        qWarning("sql: %s", qPrintable(errorText));
+    } else if (!std::exchange(g_explainedPooler, true)) {
+        qWarning(
+            "sql: %s (a connection pooler must be in session mode: in transaction mode it mixes "
+            "up the prepared statements of its clients)",
+            qPrintable(errorText));
+    }
 }
 
 QString presentable(const QString &text, const QString &sqlState)
 {
     const bool quotesRow
         = std::find(kQuoteRows.begin(), kQuoteRows.end(), sqlState) != kQuoteRows.end();
-    QString shown = quotesRow ? text.section(u'\n', 0, 0) : text;
-    for (QChar &c : shown) {
-        const bool isFormat = c.category() == QChar::Other_Format; // such as writing directions
-        if ((c.category() == QChar::Other_Control && c != u'\n' && c != u'\t') || isFormat)
-            c = QChar::ReplacementCharacter;
-    }
-    return shown.trimmed();
+    return clean(quotesRow ? text.section(u'\n', 0, 0) : text, Lines::Many).trimmed();
 }
 
 QString presentable(const QSqlError &error)

@@ -1,12 +1,15 @@
 #pragma once
 
 #include <QSqlDatabase>
+#include <QSqlQuery>
 #include <QString>
+#include <QVariant>
+
+#include <optional>
 
 struct pg_conn;
 class QSettings;
 class QSqlError;
-class QSqlQuery;
 
 /// The one PostgreSQL connection of the process, Qt's default connection. Statement objects are
 /// made without naming it. Only this module and StatementStream know libpq.
@@ -24,8 +27,14 @@ bool open(const QSettings &cfg, const QString &appName);
 /// preparing or executing it failed. Prepare a statement anew before executing it after a failure.
 bool exec(QSqlQuery &q);
 
-/// Reports the text of a failed statement, as exec() does.
-void reportFailure(const QString &errorText);
+/// Prepares \a sql, binds \a values to its "?" placeholders in their order and executes it. Nothing
+/// after a failure, which is reported as by exec().
+std::optional<QSqlQuery> run(const QString &sql, const QVariantList &values = {});
+
+/// Reports the text of a failed statement, as exec() does. That a statement was prepared twice or
+/// never, which \a sqlState tells, is explained, and only the first time: it is so again and again
+/// behind a pooler that hands the connection to others between transactions.
+void reportFailure(const QString &errorText, const QString &sqlState = {});
 
 /// \a text, the message of an error with the code \a sqlState, as it may be shown: without the
 /// details in which the server quotes a whole refused row, with secrets of it perhaps, and without

@@ -287,10 +287,12 @@ void StatementStream::takeResults()
         case PGRES_PIPELINE_SYNC:
             settle();
             break;
-        case PGRES_FATAL_ERROR:
-            fail(presentable(QString::fromUtf8(PQresultErrorMessage(result.get())),
-                QString::fromLatin1(PQresultErrorField(result.get(), PG_DIAG_SQLSTATE))));
+        case PGRES_FATAL_ERROR: {
+            const auto state
+                = QString::fromLatin1(PQresultErrorField(result.get(), PG_DIAG_SQLSTATE));
+            fail(presentable(QString::fromUtf8(PQresultErrorMessage(result.get())), state), state);
             break;
+        }
         case PGRES_PIPELINE_ABORTED: // not executed, because it could not be prepared
             m_outstanding.front().failed = true;
             break;
@@ -311,11 +313,11 @@ void StatementStream::settle()
 }
 
 /// The statement whose results are due has failed; only its first error is reported.
-void StatementStream::fail(const QString &errorText)
+void StatementStream::fail(const QString &errorText, const QString &sqlState)
 {
     Outstanding &statement = m_outstanding.front();
     if (!statement.failed && (m_reports == ReportEach || !m_failed))
-        reportFailure(errorText);
+        reportFailure(errorText, m_failed ? QString() : sqlState); // may follow from the first
     statement.failed = true;
     m_failed = true;
 }
@@ -323,7 +325,7 @@ void StatementStream::fail(const QString &errorText)
 /// The connection is lost, and with it whatever has no result yet or is still to be sent.
 void StatementStream::giveUp()
 {
-    fail(presentable(QString::fromUtf8(PQerrorMessage(m_connection)), {}));
+    fail(presentable(QString::fromUtf8(PQerrorMessage(m_connection)), {}), {});
     m_lost = true;
     m_succeeded.insert(m_succeeded.end(), m_outstanding.size(), false);
     m_outstanding.clear();

@@ -115,7 +115,7 @@ private:
     void settle();
     void giveUp();
     QByteArray prepare(const QByteArray &sql);
-    void fail(const QString &errorText);
+    void fail(const QString &errorText, const QString &sqlState);
 
     Reports m_reports;
     bool m_failed = false; ///< any statement since begin()

@@ -3,6 +3,7 @@
 #include "analytics/LogParser.h"
 #include "common/Db.h"
 #include "common/Sha256.h"
+#include "common/Text.h"
 #include "nightly/LogContent.h"
 
 #include <QFile>
@@ -26,7 +27,7 @@ constexpr qsizetype kShownBytes = 200;
 
 QByteArray shown(const QString &text)
 {
-    return db::presentable(text, {}).replace(u'\n', QChar::ReplacementCharacter).toLocal8Bit();
+    return clean(text).toLocal8Bit();
 }
 
 /// Why a log cannot be opened; empty when it can.

@@ -1,11 +1,9 @@
 #include "nightly/Ledger.h"
 
+#include "analytics/RollUp.h"
 #include "common/Db.h"
-#include "common/UnitName.h"
 
 #include <QSet>
-#include <QSqlQuery>
-#include <QVariant>
 
 namespace vesk::nightly {
 
@@ -29,18 +27,6 @@ CREATE TABLE vesk_nightly.days (
     day date NOT NULL,
     PRIMARY KEY (site_id, day)))";
 
-/// Executes a statement with "?" placeholders for \a values.
-std::optional<QSqlQuery> run(const QString &sql, const QVariantList &values)
-{
-    QSqlQuery q;
-    q.prepare(sql);
-    for (const QVariant &value : values)
-        q.addBindValue(value);
-    if (!db::exec(q))
-        return {};
-    return q;
-}
-
 QVariant nullable(const std::optional<qint64> &number)
 {
     return number ? QVariant(*number) : QVariant(QMetaType(QMetaType::LongLong));
@@ -58,30 +44,21 @@ QString lockKey(int siteId)
 
 } // namespace
 
-std::optional<Site> Ledger::findSite(const QString &host)
-{
-    auto q = run(QStringLiteral("SELECT id, host FROM vesk.sites WHERE host = lower(?)"),
-        { unescapeUnitName(host) });
-    if (!q || !q->next())
-        return {};
-    return Site { q->value(0).toInt(), q->value(1).toString() };
-}
-
 bool Ledger::tryLock()
 {
-    auto q = run(QStringLiteral("SELECT pg_try_advisory_lock(%1)").arg(lockKey(m_site.id)), {});
+    auto q = db::run(QStringLiteral("SELECT pg_try_advisory_lock(%1)").arg(lockKey(m_site.id)));
     return q && q->next() && q->value(0).toBool();
 }
 
 bool Ledger::lock()
 {
-    return run(QStringLiteral("SELECT pg_advisory_lock(%1)").arg(lockKey(m_site.id)), {})
+    return db::run(QStringLiteral("SELECT pg_advisory_lock(%1)").arg(lockKey(m_site.id)))
         .has_value();
 }
 
 bool Ledger::lockTransaction()
 {
-    return run(QStringLiteral("SELECT pg_advisory_xact_lock(%1)").arg(lockKey(m_site.id)), {})
+    return db::run(QStringLiteral("SELECT pg_advisory_xact_lock(%1)").arg(lockKey(m_site.id)))
         .has_value();
 }
 
@@ -89,13 +66,12 @@ bool Ledger::create()
 {
     db::Transaction transaction;
     // Of two sites' first runs at the same time one makes the tables, and the other waits.
-    auto q = transaction.isOpen() ? run(QStringLiteral("SELECT pg_advisory_xact_lock("
-                                                       "hashtextextended('vesk nightly', 0))"),
-                 {})
+    auto q = transaction.isOpen() ? db::run(QStringLiteral("SELECT pg_advisory_xact_lock("
+                                                           "hashtextextended('vesk nightly', 0))"))
                                   : std::nullopt;
     if (!q)
         return false;
-    q = run(QStringLiteral("SELECT to_regclass('vesk_nightly.days') IS NOT NULL"), {});
+    q = db::run(QStringLiteral("SELECT to_regclass('vesk_nightly.days') IS NOT NULL"));
     if (!q || !q->next())
         return false;
     QString error;
@@ -118,9 +94,9 @@ std::optional<QList<Entry>> Ledger::entries(const QByteArray &firstLine)
 
 std::optional<QList<Entry>> Ledger::read(const QString &condition, const QByteArray &firstLine)
 {
-    auto q = run(QStringLiteral("SELECT id, first_line, content, bytes, name, lines, stored,"
-                                " to_char(at, 'YYYY-MM-DD HH24:MI:SS')"
-                                " FROM vesk_nightly.logs WHERE site_id = ? AND ")
+    auto q = db::run(QStringLiteral("SELECT id, first_line, content, bytes, name, lines, stored,"
+                                    " to_char(at, 'YYYY-MM-DD HH24:MI:SS')"
+                                    " FROM vesk_nightly.logs WHERE site_id = ? AND ")
             + condition,
         { m_site.id, QString::fromLatin1(firstLine) });
     if (!q)
@@ -139,21 +115,23 @@ bool Ledger::save(const Entry &entry)
         QString::fromLatin1(entry.content), entry.bytes, entry.name, nullable(entry.lines),
         nullable(entry.stored) };
     if (entry.id == 0)
-        return run(QStringLiteral("INSERT INTO vesk_nightly.logs (site_id, first_line, content,"
-                                  " bytes, name, lines, stored) VALUES (?, ?, ?, ?, ?, ?, ?)"),
+        return db::run(QStringLiteral("INSERT INTO vesk_nightly.logs (site_id, first_line, content,"
+                                      " bytes, name, lines, stored) VALUES (?, ?, ?, ?, ?, ?, ?)"),
             values)
             .has_value();
     values.append(entry.id);
-    return run(QStringLiteral("UPDATE vesk_nightly.logs SET (site_id, first_line, content, bytes,"
-                              " name, lines, stored, at) = (?, ?, ?, ?, ?, ?, ?, now())"
-                              " WHERE id = ?"),
+    return db::run(
+        QStringLiteral("UPDATE vesk_nightly.logs SET (site_id, first_line, content, bytes,"
+                       " name, lines, stored, at) = (?, ?, ?, ?, ?, ?, ?, now())"
+                       " WHERE id = ?"),
         values)
         .has_value();
 }
 
 std::optional<QList<QDate>> Ledger::days()
 {
-    auto q = run(QStringLiteral("SELECT day FROM vesk_nightly.days WHERE site_id = ? ORDER BY day"),
+    auto q = db::run(
+        QStringLiteral("SELECT day FROM vesk_nightly.days WHERE site_id = ? ORDER BY day"),
         { m_site.id });
     if (!q)
         return {};
@@ -166,8 +144,8 @@ std::optional<QList<QDate>> Ledger::days()
 bool Ledger::addDays(const QSet<QDate> &days)
 {
     for (const QDate day : days) {
-        if (!run(QStringLiteral("INSERT INTO vesk_nightly.days VALUES (?, ?)"
-                                " ON CONFLICT DO NOTHING"),
+        if (!db::run(QStringLiteral("INSERT INTO vesk_nightly.days VALUES (?, ?)"
+                                    " ON CONFLICT DO NOTHING"),
                 { m_site.id, day }))
             return false;
     }
@@ -177,9 +155,8 @@ bool Ledger::addDays(const QSet<QDate> &days)
 bool Ledger::rollUp(QDate day)
 {
     db::Transaction transaction;
-    return transaction.isOpen()
-        && run(QStringLiteral("SELECT vesk.rollup_day(?, ?)"), { m_site.id, day })
-        && run(QStringLiteral("DELETE FROM vesk_nightly.days WHERE site_id = ? AND day = ?"),
+    return transaction.isOpen() && analytics::rollUpDay(m_site.id, day)
+        && db::run(QStringLiteral("DELETE FROM vesk_nightly.days WHERE site_id = ? AND day = ?"),
             { m_site.id, day })
         && transaction.commit();
 }

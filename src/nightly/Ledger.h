@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/Sites.h"
+
 #include <QByteArray>
 #include <QDate>
 #include <QDateTime>
@@ -10,12 +12,6 @@
 
 /// The import of rotated logs, each one once: what vesk-nightly does.
 namespace vesk::nightly {
-
-struct Site
-{
-    int id = 0;
-    QString host; ///< lower case
-};
 
 /// What is known of a log that was imported, or noted as such.
 struct Entry
@@ -35,10 +31,6 @@ struct Entry
 class Ledger
 {
 public:
-    /// The site with \a host in any case, or as systemd escapes it in a unit's name. Nothing when
-    /// there is none.
-    static std::optional<Site> findSite(const QString &host);
-
     explicit Ledger(const Site &site)
         : m_site(site)
     {

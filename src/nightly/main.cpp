@@ -1,36 +1,36 @@
 #include "common/Config.h"
 #include "common/Db.h"
-#include "common/FilePath.h"
-#include "common/Output.h"
+#include "common/Program.h"
+#include "common/Sites.h"
+#include "common/Text.h"
 #include "nightly/Import.h"
 
-#include <QCommandLineParser>
-#include <QCoreApplication>
 #include <QSettings>
-#include <QSqlQuery>
-#include <QVariant>
+#include <QStringList>
 
+#include <algorithm>
 #include <cstdio>
 #include <ctime>
+#include <iterator>
 
 using namespace vesk::nightly;
+using vesk::Site;
 
 namespace {
 
 QByteArray shown(const QString &text)
 {
-    return vesk::db::presentable(text, {}).toLocal8Bit();
+    return vesk::clean(text).toLocal8Bit();
 }
 
 /// Makes the days of this process those of the database session. False, after a message, when the
 /// server does not know the configured zone, and would cut days elsewhere.
 bool followTimeZone(const QSettings &cfg)
 {
-    QSqlQuery q;
-    q.prepare(QStringLiteral("SELECT current_setting('TimeZone')"));
-    if (!vesk::db::exec(q) || !q.next())
+    auto q = vesk::db::run(QStringLiteral("SELECT current_setting('TimeZone')"));
+    if (!q || !q->next())
         return false;
-    const QString zone = q.value(0).toString();
+    const QString zone = q->value(0).toString();
     const QString wanted = cfg.value(QStringLiteral("database/timezone")).toString();
     if (!wanted.isEmpty() && wanted.compare(zone, Qt::CaseInsensitive) != 0) {
         qCritical("the configuration names the time zone %s, which the database does not know; "
@@ -79,55 +79,62 @@ bool list(const Site &site)
 
 bool listSites()
 {
-    QSqlQuery q;
-    q.prepare(QStringLiteral("SELECT host FROM vesk.sites ORDER BY host"));
-    if (!vesk::db::exec(q))
+    const auto sites = vesk::allSites();
+    if (!sites)
         return false;
-    while (q.next())
-        printf("%s\n", shown(q.value(0).toString()).constData());
+    for (const Site &site : *sites)
+        printf("%s\n", shown(site.host).constData());
     return true;
 }
 
-bool dispatch(const QString &command, const Site &site)
+/// The word of a command and what it does with a site; without \a onSite it takes no host.
+struct Command
 {
-    if (command == QLatin1String("list"))
-        return list(site);
-    return run(site, command == QLatin1String("mark") ? Import::Note : Import::Store);
+    const char *word;
+    bool (*onSite)(const Site &site);
+    bool (*alone)();
+
+    bool takes(const QStringList &args) const
+    {
+        return args.value(0) == QLatin1String(word)
+            && ((args.size() == 2 && onSite) || (args.size() == 1 && alone));
+    }
+};
+
+constexpr Command kCommands[] = {
+    { "import", [](const Site &site) { return run(site, Import::Store); }, nullptr },
+    { "mark", [](const Site &site) { return run(site, Import::Note); }, nullptr },
+    { "list", list, listSites },
+};
+
+bool execute(const Command &command, const QString &host)
+{
+    if (host.isEmpty())
+        return command.alone();
+    const auto site = vesk::findSite(host);
+    if (!site)
+        qCritical("unknown site %s (add it with vesk-admin add-site)", shown(host).constData());
+    return site && command.onSite(*site);
 }
 
 } // namespace
 
 int main(int argc, char **argv)
 {
-    vesk::prepareOutput();
-    const QCoreApplication app(argc, argv);
-    QCoreApplication::setApplicationName(QStringLiteral("vesk-nightly"));
-    QCoreApplication::setApplicationVersion(QStringLiteral("0.1"));
-
-    QCommandLineParser parser;
-    parser.addHelpOption();
-    vesk::addConfigOption(parser);
+    vesk::Program program("vesk-nightly", argc, argv);
+    QCommandLineParser &parser = program.parser();
     parser.addPositionalArgument(
         QStringLiteral("command"), QStringLiteral("import HOST | mark HOST | list [HOST]"));
-    parser.process(app);
+    program.process();
     const QStringList args = parser.positionalArguments();
-    const QStringList commands { QStringLiteral("import"), QStringLiteral("mark"),
-        QStringLiteral("list") };
-    const bool listsSites = args == QStringList(QStringLiteral("list"));
-    if (!listsSites && (args.size() != 2 || !commands.contains(args[0])))
+    const auto command = std::find_if(std::begin(kCommands), std::end(kCommands),
+        [&args](const Command &row) { return row.takes(args); });
+    if (command == std::end(kCommands))
         parser.showHelp(1);
     const QString path = vesk::configPath(parser);
-    if (path.isEmpty())
-        return 1;
-    const QSettings cfg(vesk::filePath(path), QSettings::IniFormat);
-    if (!vesk::db::open(cfg, QCoreApplication::applicationName()) || !followTimeZone(cfg))
-        return 1;
-    if (listsSites)
-        return listSites() ? 0 : 1;
-    const auto site = Ledger::findSite(args[1]);
-    if (!site) {
-        qCritical("unknown site %s (add it with vesk-admin add-site)", shown(args[1]).constData());
-        return 1;
-    }
-    return dispatch(args[0], *site) ? 0 : 1;
+    vesk::Program::leaveOutRepeats();
+    return !path.isEmpty() && program.connect(path, vesk::Program::Unreadable::Refuse)
+            && followTimeZone(program.settings()) && execute(*command, args.value(1))
+        ? 0
+        : 1;
 }

@@ -26,21 +26,7 @@ QString show(Value value, Unit unit);
 /// How a figure changed: in percent, rates in percentage points, positions by their difference.
 QString change(Value now, Value before, Unit unit);
 
-/// 1,234,567
-QString number(double value, int decimals = 0);
-
 /// "1 day", "3 days"
 QString counted(qint64 count, const QString &one);
-
-/// \a text without what a terminal would obey, what would turn the reading order around and what is
-/// no character: they become replacement characters. Paths, referrers and search terms are what
-/// strangers sent.
-QString clean(const QString &text);
-
-/// \a text, cleaned, in at most \a columns of a terminal. East Asian characters and emoji take two.
-QString fit(const QString &text, int columns);
-
-/// How many of them it takes.
-int columnsOf(const QString &text);
 
 } // namespace vesk::report

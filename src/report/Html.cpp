@@ -1,4 +1,5 @@
 #include "report/Html.h"
+#include "common/Text.h"
 
 #include <QFile>
 

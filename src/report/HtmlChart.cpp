@@ -1,3 +1,4 @@
+#include "common/Text.h"
 #include "report/Html.h"
 
 #include <algorithm>
@@ -37,8 +38,8 @@ double stepFor(double most)
 QString scaleLabel(double value, double top)
 {
     if (top < 1e5 || value == 0)
-        return number(value);
-    return top < 1e7 ? number(value / 1e3) + u'k' : number(value / 1e6) + u'M';
+        return grouped(value);
+    return top < 1e7 ? grouped(value / 1e3) + u'k' : grouped(value / 1e6) + u'M';
 }
 
 /// Of a bar: its lower and its whole height, as values.

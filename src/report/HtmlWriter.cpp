@@ -1,3 +1,4 @@
+#include "common/Text.h"
 #include "report/Html.h"
 #include "report/Writers.h"
 
@@ -256,7 +257,7 @@ void writeList(Html &html, const List &list, const QString &site)
     if (list.total > list.rows.size())
         paragraph(html,
             QStringLiteral("and %1 more, which --rows all shows")
-                .arg(number(double(list.total - list.rows.size()))),
+                .arg(grouped(double(list.total - list.rows.size()))),
             "more");
 }
 

@@ -30,7 +30,7 @@ struct Plan
     Period period;
 };
 
-QList<Plan> plansFor(const Site &site)
+QList<Plan> plansFor(const ReportedSite &site)
 {
     const QDate last = site.calendar.lastComplete;
     QList<Plan> plans;
@@ -50,7 +50,7 @@ QList<Plan> plansFor(const Site &site)
 
 } // namespace
 
-bool writePages(const Site &site, const QString &folder, const Options &options)
+bool writePages(const ReportedSite &site, const QString &folder, const Options &options)
 {
     const QDir dir(folder);
     QList<PageLink> links;

@@ -9,6 +9,6 @@ namespace vesk::report {
 /// nobody sees half of it. The page of a month that is over for long stays as it is, because the
 /// requests that it tells of may be deleted by now. False, after a message, when one could not be
 /// written.
-bool writePages(const Site &site, const QString &folder, const Options &options);
+bool writePages(const ReportedSite &site, const QString &folder, const Options &options);
 
 } // namespace vesk::report

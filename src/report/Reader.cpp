@@ -30,7 +30,7 @@ struct Traffic
 /// What the reading of one report is about, and what several steps of it need.
 struct Task
 {
-    const Site &site;
+    const ReportedSite &site;
     Period period;
     const Options &options;
     Bindings bindings;
@@ -72,7 +72,7 @@ void readDays(Task &task)
 /// \a isPart tells whether hours are missing.
 QString newestDayNote(const Task &task, bool *isPart)
 {
-    const Site &site = task.site;
+    const ReportedSite &site = task.site;
     *isPart = false;
     if (!task.period.contains(site.newest) || site.lastRequestDay != site.newest)
         return {};
@@ -353,22 +353,9 @@ Snapshot::~Snapshot()
     QSqlQuery(QStringLiteral("ROLLBACK"));
 }
 
-QList<Site> readSites()
+std::optional<ReportedSite> readCalendar(const Site &known)
 {
-    QList<Site> sites;
-    Statement rows(QStringLiteral("SELECT id, host, name FROM vesk.sites ORDER BY host"), {});
-    while (rows.next()) {
-        Site site;
-        site.id = rows.value(0).toInt();
-        site.host = rows.text(1);
-        site.name = rows.text(2);
-        sites += site;
-    }
-    return sites;
-}
-
-std::optional<Site> readCalendar(Site site)
-{
+    ReportedSite site { known, {}, {}, {}, {} };
     const Bindings bindings { { ":site", site.id } };
     Statement days(QStringLiteral(R"(
         WITH newest AS (
@@ -399,7 +386,7 @@ std::optional<Site> readCalendar(Site site)
     return site;
 }
 
-QList<QDate> readMonths(const Site &site)
+QList<QDate> readMonths(const ReportedSite &site)
 {
     QList<QDate> months;
     Statement rows(QStringLiteral(R"(
@@ -413,7 +400,8 @@ QList<QDate> readMonths(const Site &site)
     return months;
 }
 
-std::optional<Report> readReport(const Site &site, const Period &period, const Options &options)
+std::optional<Report> readReport(
+    const ReportedSite &site, const Period &period, const Options &options)
 {
     Report report;
     report.host = site.host;

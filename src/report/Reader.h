@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/Sites.h"
 #include "report/Report.h"
 
 #include <QTime>
@@ -24,11 +25,9 @@ private:
     bool m_open = false;
 };
 
-struct Site
+/// A site with what there is of it.
+struct ReportedSite : Site
 {
-    int id = 0;
-    QString host;
-    QString name;
     Calendar calendar;
     QDate newest; ///< the newest day with requests; null when there is no report yet
     QDate lastRequestDay; ///< when the newest request that is still there was made; null when none
@@ -36,14 +35,11 @@ struct Site
     bool mayReadHits = false;
 };
 
-/// All sites, by host, without their calendars.
-QList<Site> readSites();
-
-/// \a site with the rest.
-std::optional<Site> readCalendar(Site site);
+/// What there is of \a site. Nothing when it cannot be read.
+std::optional<ReportedSite> readCalendar(const Site &site);
 
 /// The first days of the months that have reports, the newest first.
-QList<QDate> readMonths(const Site &site);
+QList<QDate> readMonths(const ReportedSite &site);
 
 struct Options
 {
@@ -54,6 +50,7 @@ struct Options
 };
 
 /// The report of a period. Nothing, after a message, when there is none.
-std::optional<Report> readReport(const Site &site, const Period &period, const Options &options);
+std::optional<Report> readReport(
+    const ReportedSite &site, const Period &period, const Options &options);
 
 } // namespace vesk::report

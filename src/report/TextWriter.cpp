@@ -1,3 +1,4 @@
+#include "common/Text.h"
 #include "report/Writers.h"
 
 #include <algorithm>
@@ -223,7 +224,7 @@ void TextWriter::list(const List &list)
                 + fit(QLatin1String("from ") + shownLink(row.detail, m_report.host), room - 2));
     }
     if (list.total > list.rows.size())
-        line(right(u'+' + number(double(list.total - list.rows.size())), 8)
+        line(right(u'+' + grouped(double(list.total - list.rows.size())), 8)
             + QLatin1String("  more (--rows all)"));
 }
 
@@ -259,7 +260,7 @@ void TextWriter::sideBySide(const QList<List> &lists)
     for (qsizetype i = 0; i <= used; ++i)
         line(rows[i]);
     if (total > used)
-        line(right(u'+' + number(double(total - used)), 8));
+        line(right(u'+' + grouped(double(total - used)), 8));
 }
 
 void TextWriter::server()

@@ -1,54 +1,48 @@
 #include "common/Config.h"
-#include "common/Db.h"
-#include "common/FilePath.h"
-#include "common/Output.h"
-#include "common/UnitName.h"
+#include "common/Program.h"
+#include "common/Sites.h"
+#include "common/Text.h"
 #include "report/Pages.h"
 #include "report/Reader.h"
 #include "report/Writers.h"
 
 #include <QCommandLineOption>
-#include <QCommandLineParser>
-#include <QCoreApplication>
-#include <QSettings>
 
 #include <cstdio>
 #include <limits>
 
 using namespace vesk::report;
+using vesk::clean;
 
 namespace {
 
-QString hostsOf(const QList<Site> &sites)
-{
-    QStringList hosts;
-    for (const Site &site : sites)
-        hosts += clean(site.host);
-    return hosts.join(QLatin1String(", "));
-}
-
 /// The site with \a host, or the only one there is when that is empty. A message says why there is
 /// none.
-std::optional<Site> siteOf(const QString &host)
+std::optional<ReportedSite> siteOf(const QString &host)
 {
-    const QList<Site> sites = readSites();
-    const QString wanted = vesk::unescapeUnitName(host).toLower();
-    for (const Site &site : sites) {
-        if (site.host == wanted || (host.isEmpty() && sites.size() == 1))
-            return readCalendar(site);
-    }
-    if (sites.isEmpty())
+    const auto sites = vesk::allSites();
+    if (!sites)
+        return {};
+    const auto site = !host.isEmpty() ? vesk::findSite(host)
+        : sites->size() == 1          ? std::optional(sites->first())
+                                      : std::nullopt;
+    if (site)
+        return readCalendar(*site);
+    QStringList hosts;
+    for (const vesk::Site &one : *sites)
+        hosts += clean(one.host);
+    const QString known = hosts.join(QLatin1String(", "));
+    if (sites->isEmpty())
         qCritical("there are no sites yet (add one with vesk-admin add-site)");
     else if (host.isEmpty())
-        qCritical("which site? There are: %s", qPrintable(hostsOf(sites)));
+        qCritical("which site? There are: %s", qPrintable(known));
     else
-        qCritical(
-            "unknown site %s; there are: %s", qPrintable(clean(host)), qPrintable(hostsOf(sites)));
+        qCritical("unknown site %s; there are: %s", qPrintable(clean(host)), qPrintable(known));
     return {};
 }
 
 /// The period that \a text names, by default the last complete day.
-std::optional<Period> periodOf(const QString &text, const Site &site)
+std::optional<Period> periodOf(const QString &text, const ReportedSite &site)
 {
     if (site.newest.isNull()) {
         qCritical("%s has no reports yet (import its log with vesk-admin import-log)",
@@ -94,8 +88,6 @@ std::optional<Options> optionsOf(const QCommandLineParser &parser)
 
 void addOptions(QCommandLineParser &parser)
 {
-    parser.addHelpOption();
-    vesk::addConfigOption(parser);
     const auto add = [&parser](const char *name, const char *text, const char *value = "",
                          const char *standard = "") {
         parser.addOption(QCommandLineOption(QLatin1String(name), QLatin1String(text),
@@ -155,22 +147,18 @@ bool run(const QCommandLineParser &parser, const QString &host, const QString &p
 
 int main(int argc, char **argv)
 {
-    vesk::prepareOutput();
-    const QCoreApplication app(argc, argv);
-    QCoreApplication::setApplicationName(QStringLiteral("vesk-report"));
-    QCoreApplication::setApplicationVersion(QStringLiteral("0.1"));
-
-    QCommandLineParser parser;
+    vesk::Program program("vesk-report", argc, argv);
+    QCommandLineParser &parser = program.parser();
     addOptions(parser);
-    parser.process(app);
+    program.process();
     QString host;
     QString period;
     const bool understood = split(parser.positionalArguments(), &host, &period);
     const QString path = vesk::configPath(parser);
     if (path.isEmpty() || !understood)
         parser.showHelp(1);
-    const QSettings cfg(vesk::filePath(path), QSettings::IniFormat);
-    return vesk::db::open(cfg, QCoreApplication::applicationName()) && run(parser, host, period)
+    vesk::Program::leaveOutRepeats();
+    return program.connect(path, vesk::Program::Unreadable::Refuse) && run(parser, host, period)
         ? 0
         : 1;
 }

@@ -102,6 +102,19 @@ private slots:
         }
     }
 
+    /// As behind a pooler that gave the connection to another client before.
+    void aStatementPreparedByAnotherIsExplainedOnce()
+    {
+        for (int i = 1; i <= 200; ++i)
+            execute(QStringLiteral("PREPARE vesk_%1 AS SELECT 1").arg(i));
+        StatementStream stream;
+        ignoreWarning("^sql: .*already exists.*pooler must be in session mode");
+        for (int i = 0; i < 2; ++i) {
+            stream.send(kInsert, number(1));
+            QCOMPARE(stream.finish(), std::vector<bool> { false });
+        }
+    }
+
     void takesMoreThanFitsAnyBuffer()
     {
         StatementStream stream;

@@ -84,24 +84,6 @@ private slots:
         QTEST(show(now, unit), "shown");
         QTEST(change(now, before, unit), "changed");
     }
-
-    void fitting_data()
-    {
-        const Table row; // into eight columns
-        row("/a", "/a");
-        row("12345678", "12345678");
-        row("123456789", "1234567…");
-        row("日本語の", "日本語の");
-        row("日本語の本", "日本語…");
-        row("/\x1b[2J\xc2\x9b\t", "/�[2J��");
-        row("a\u202eb\u2066\u200b\ufeff", "a�b���");
-        row("e" + QByteArray("\u0301").repeated(100), "e" + QString(15, QChar(0x301)) + "…");
-    }
-    void fitting()
-    {
-        QFETCH(QByteArray, text);
-        QTEST(fit(QString::fromUtf8(text), 8), "expected");
-    }
 };
 
 QTEST_GUILESS_MAIN(TestReport)
