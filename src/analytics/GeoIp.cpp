@@ -133,11 +133,9 @@ std::optional<qint64> insertRanges(QByteArrayView csv, const ProgressCallback &p
 
 void rememberMonth()
 {
-    QSqlQuery q;
-    q.prepare(QStringLiteral("INSERT INTO vesk.settings VALUES ('geoip_month', ?) "
-                             "ON CONFLICT (key) DO UPDATE SET value = excluded.value"));
-    q.addBindValue(currentMonth());
-    db::exec(q);
+    db::run(QStringLiteral("INSERT INTO vesk.settings VALUES ('geoip_month', ?) "
+                           "ON CONFLICT (key) DO UPDATE SET value = excluded.value"),
+        { currentMonth() });
 }
 
 } // namespace

@@ -72,7 +72,7 @@ public:
     Result ingest(int siteId, const QString &siteHost, const LineSource &nextLine,
         db::Transaction *whole = nullptr);
 
-    /// The same, of lines that are all there.
+    /// Imports lines that are all there, slice by slice.
     Result ingest(int siteId, const QString &siteHost, const QList<QByteArray> &lines);
 
     /// The lines of the current or last ingest(), counted from its first one, that are settled:

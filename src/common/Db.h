@@ -41,7 +41,7 @@ void reportFailure(const QString &errorText, const QString &sqlState = {});
 /// control characters, which would reach a terminal. Errors quote what strangers sent.
 QString presentable(const QString &text, const QString &sqlState);
 
-/// The same for an error of Qt's.
+/// What the error of a statement or connection may show of itself, by its own text and code.
 QString presentable(const QSqlError &error);
 
 /// Executes a script of any number of statements, without parameters. False at the first one that

@@ -20,7 +20,7 @@ class LineReader
 public:
     /// A file that cannot be opened reads like an empty one.
     explicit LineReader(const QString &path);
-    /// The same, but read through the program \a decompressor whatever the name, or as it is when
+    /// Reads the file through the program \a decompressor whatever the name, or as it is when
     /// that is empty.
     LineReader(const QString &path, const QString &decompressor);
     ~LineReader();

@@ -31,10 +31,10 @@ public:
     void addBytes(QByteArrayView bytes);
     /// U+0000, which no text in PostgreSQL can hold, becomes U+FFFD.
     void addText(QStringView text);
-    /// The same of a text in Latin-1.
+    /// \a text, of which each byte is a character of Latin-1; null bytes become U+FFFD.
     void addLatin1(QByteArrayView text);
 
-    /// The same of a text in UTF-8, of which malformed sequences become U+FFFD, too.
+    /// \a text in UTF-8, of which null bytes and malformed sequences become U+FFFD.
     void addUtf8(QByteArrayView text);
 
     qsizetype size() const { return static_cast<qsizetype>(m_fields.size()); }

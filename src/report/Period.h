@@ -44,7 +44,7 @@ Period daysUpTo(QDate last, int count);
 /// "2 March 2026", "1 to 3 March 2026", and what is longer in full.
 QString periodName(const Period &period);
 
-/// The same for a single day.
+/// A day as texts name it: "2 March 2026".
 QString dayName(QDate day);
 
 } // namespace vesk::report
