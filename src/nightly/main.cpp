@@ -4,7 +4,9 @@
 #include "common/Sites.h"
 #include "common/Text.h"
 #include "nightly/Import.h"
+#include "nightly/Translate.h"
 
+#include <QCommandLineOption>
 #include <QSettings>
 #include <QStringList>
 
@@ -123,10 +125,14 @@ int main(int argc, char **argv)
 {
     vesk::Program program("vesk-nightly", argc, argv);
     QCommandLineParser &parser = program.parser();
-    parser.addPositionalArgument(
-        QStringLiteral("command"), QStringLiteral("import HOST | mark HOST | list [HOST]"));
+    parser.addOption(QCommandLineOption(QStringLiteral("host"),
+        QStringLiteral("The site whose lines translate takes."), QStringLiteral("host")));
+    parser.addPositionalArgument(QStringLiteral("command"),
+        QStringLiteral("import HOST | mark HOST | list [HOST] | translate [FILE...]"));
     program.process();
     const QStringList args = parser.positionalArguments();
+    if (args.value(0) == QLatin1String("translate"))
+        return translateLogs(args.mid(1), parser.value(QStringLiteral("host"))) ? 0 : 1;
     const auto command = std::find_if(std::begin(kCommands), std::end(kCommands),
         [&args](const Command &row) { return row.takes(args); });
     if (command == std::end(kCommands))
