@@ -114,6 +114,7 @@ bool translateLogs(const QStringList &files, const QString &host)
             QStringLiteral("/dev/stdin"), QStringLiteral("standard input"), hosts));
 
     std::vector<translate::LineSource> sources;
+    sources.reserve(logs.size());
     for (const auto &log : logs)
         sources.emplace_back([&log] { return log->next(); });
     translate::MergedLines lines(sources);
