@@ -39,7 +39,7 @@ QList<Bin> binsOf(const Period &period, Step step)
 
 QString formatted(QDate day, const char *format)
 {
-    return QLocale::c().toString(day, QLatin1String(format));
+    return QLocale::c().toString(day, QString::fromUtf8(format));
 }
 
 QString label(const Bin &bin, Step step)
