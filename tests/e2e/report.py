@@ -5,17 +5,17 @@ usage: report.py VESK-ADMIN VESK-REPORT SHARE, under scripts/with-postgres.
 """
 
 import html.parser
-import json
 import pathlib
 import re
-import subprocess
 import sys
 import unicodedata
 import urllib.parse
 
-from vesk import FOLDER, Database, psql
+import media
+from reports import Reports
+from vesk import FOLDER
 
-REPORT, SHARE = sys.argv[2], pathlib.Path(sys.argv[3])
+SHARE = pathlib.Path(sys.argv[3])
 AGENTS = {
     "phone": "Mozilla/5.0 (iPhone; CPU iPhone OS 18_5) Version/18.5 Mobile/15E148 Safari/604.1",
     "desktop": "Mozilla/5.0 (X11; Linux x86_64; rv:140.0) Gecko/20100101 Firefox/140.0",
@@ -28,11 +28,7 @@ LOG = """
 02:09:00:01 192.0.2.1 phone /files/book.pdf 200 1000000 http://example.org/
 02:09:00:02 192.0.2.1 phone /files/gone.zip 404 300 http://example.org/about
 02:09:00:02 192.0.2.1 phone /files/gone.zip 404 300 http://example.org/about
-02:09:00:03 192.0.2.1 phone /slow.js 200 10 - 4000
-02:09:00:03 192.0.2.1 phone /slow.js 200 10 - 1000
-02:09:00:03 192.0.2.1 phone /slow.js 200 10 - 100000
-02:09:00:03 192.0.2.1 phone /slow.js 200 10 - 3000
-02:09:00:03 192.0.2.1 phone /slow.js 200 10 - 2000
+02:09:00:03 192.0.2.1 phone /slow.js 200 10 - 400000
 02:09:00:50 192.0.2.1 phone /vesk-b?p=/&t=30 204 0 http://example.org/
 02:11:00:00 192.0.2.2 desktop /shop?utm_source=flyer&utm_campaign=may+day 200 2000
 02:11:00:05 192.0.2.2 desktop /about 200 500 http://example.org/shop
@@ -44,22 +40,26 @@ LOG = """
 02:14:00:00 203.0.113.5 desktop / 200 1000
 03:00:05:00 203.0.113.5 desktop / 200 1000
 """
+LOG += "02:09:00:03 192.0.2.1 phone /quick.js 200 10 - 900000\n" * 4
+for duration in (9, 1, 5, 3, 7, 2, 8, 4, 6):
+    LOG += f"02:09:00:03 192.0.2.1 phone /slow.js 200 10 - {duration}000\n"
 # What the report lists of 2 March, worked out by hand: name, columns, rows.
 LISTS = """
 pages path,views,views_before,visitors,seconds: / 1 1 1 30; /about 1 0 1 None; /shop 1 0 1 None
 entry_pages path,visits,share: / 1 0.5; /shop 1 0.5
 exit_pages path,visits,share: / 1 0.5; /about 1 0.5
 visit_lengths bucket,visits: 0 1; 1 1
+visit_pages bucket,visits: 0 1; 1 1
 search_terms term,visits: raised beds 1
 campaigns campaign,visits: may day 1
 clients client,requests,bytes,visitors:
-    people 13 1004270 2; scanners 2 200 1; crawlers 1 1000 1; unverified 1 1000 1
-statuses status,requests: 200 11; 404 4; 410 1; 500 1
-file_types type,requests,bytes: pdf 1 1000000; pages 8 5720; zip 2 600; env 1 100; js 5 50
+    people 22 1004360 2; scanners 2 200 1; crawlers 1 1000 1; unverified 1 1000 1
+statuses status,requests: 200 20; 404 4; 410 1; 500 1
+file_types type,requests,bytes: pdf 1 1000000; pages 8 5720; zip 2 600; js 14 140; env 1 100
 missing_files path,requests,by_scanners,referrer:
     /files/gone.zip 2 0 http://example.org/about; /.env 1 1 None; /wp.php 1 1 None; /old 1 0 None
 errors path,status,requests: /broken 500 1
-slow_paths path,percentile_95_us,median_us,longest_us,requests: /slow.js 100000 3000 100000 5
+slow_paths path,percentile_95_us,median_us,longest_us,requests: /slow.js 400000 5000 400000 10
 downloads path,bytes,requests: /files/book.pdf 1000000 1
 scanner_addresses address,requests: 198.51.100.9 2
 """
@@ -77,38 +77,10 @@ def line(time, ip, agent, target, status, size, referrer="-", duration=""):
     return f"{ip} - - [{time} +0000] {request} {duration}\n"
 
 
-class Reports(Database):
-    """The database, with the roles reader, and panel for reports without requests."""
-
-    def __init__(self):
-        super().__init__("reports")
-        psql("CREATE ROLE reader LOGIN; CREATE ROLE panel LOGIN")
-        self.sql(
-            "REVOKE TEMPORARY ON DATABASE reports FROM PUBLIC;"
-            "GRANT USAGE ON SCHEMA vesk TO reader, panel;"
-            "GRANT SELECT ON vesk.rollup, vesk.sites, vesk.search_days, vesk.search_rows"
-            " TO reader, panel; GRANT SELECT ON vesk.hits TO reader"
-        )
-        for role in ("reader", "panel"):
-            settings = self.config.read_text() + f"user={role}\n"
-            (FOLDER / f"{role}.ini").write_text(settings)
-
-    def add(self, host, log):
-        self.admin("add-site", host, "Fish & <Chips>")
-        (FOLDER / "access.log").write_text(log)
-        assert self.admin("import-log", host, FOLDER / "access.log").returncode == 0
-
-    def run(self, *arguments, role="reader"):
-        command = [REPORT, "-c", FOLDER / f"{role}.ini", *arguments]
-        return subprocess.run(command, capture_output=True, text=True)
-
-    def text(self, *arguments, **options):
-        run = self.run(*arguments, **options)
-        assert run.returncode == 0 and run.stderr == "", run
-        return run.stdout
-
-    def json(self, *arguments, **options):
-        return json.loads(self.text("--json", *arguments, **options))
+def add(reports, host, log):
+    reports.admin("add-site", host, "Fish & <Chips>")
+    (FOLDER / "access.log").write_text(log)
+    assert reports.admin("import-log", host, FOLDER / "access.log").returncode == 0
 
 
 def table(part, name, columns):
@@ -119,7 +91,7 @@ def table(part, name, columns):
 
 def check_figures(reports):
     entries = (entry.replace(":", "/Mar/2026:", 1).split() for entry in LOG.strip().split("\n"))
-    reports.add("example.org", "".join(line(*entry) for entry in entries))
+    add(reports, "example.org", "".join(line(*entry) for entry in entries))
     report = reports.json("--addresses")  # of the only site and its last complete day
     server = report["server"]
     assert report["period"] == {"first": "2026-03-02", "last": "2026-03-02", "days": 1}
@@ -127,13 +99,14 @@ def check_figures(reports):
     visitors = {"people": 2, "people_before": 1, "all": 3, "all_before": 1}
     assert report["totals"]["visitors"] == visitors
     assert report["totals"]["visit_seconds"]["people"] == 2.5
-    assert server["totals"]["bytes"]["value"] == 1006470
+    assert server["totals"]["bytes"]["value"] == 1006560
     for name, columns, rows in re.findall(r"(\S+) (\S+):\s+(.*)", LISTS):
         part = report if name in report["lists"] else server
         found = table(part, name, columns)
         assert found == rows.split("; "), (name, found)
         assert part["lists"][name]["total"] == len(found), name
     assert "scanner_addresses" not in reports.json()["server"]["lists"]
+    media.check(report, *(reports.text(form, "--addresses") for form in ("--html", "--rows=15")))
 
     text = reports.text("--rows", "1", "example.org", "2026-03-02")
     assert "\nMonday, 2 March 2026\nCompared with 1 March 2026.\n" in text
@@ -150,6 +123,28 @@ def check_figures(reports):
     assert "have been deleted" in report["server"]["note"]
     terms = table(report, "search_terms_and_campaigns", "term")
     assert terms == ["may day", "raised beds"], terms
+
+
+# Views and seconds of visits, on both sides of each limit; how many of each length and depth.
+VISITS = (
+    "1 0, 2 1, 3 9, 4 10, 5 29, 6 30, 10 59, 11 60, 20 179, 21 180, 2 599, 2 600, 2 1799, 2 1800"
+)
+LENGTHS = "0 1; 1 2; 2 2; 3 2; 4 2; 5 2; 6 2; 7 1"
+DEPTHS = "0 1; 1 5; 2 1; 3 1; 4 1; 5 2; 6 2; 7 1"
+
+
+def check_limits(reports):
+    log = []
+    for n, visit in enumerate(VISITS.split(", ")):
+        views, seconds = map(int, visit.split())
+        for second in (0, *[seconds] * (views - 1)):
+            time = f"02/Mar/2026:10:{second // 60:02}:{second % 60:02}"
+            log.append(line(time, f"192.0.2.{n}", "phone", "/", 200, 5, "https://www.google.com/"))
+    add(reports, "limits.example", "".join(log))
+    report = reports.json("limits.example")
+    assert table(report, "visit_lengths", "bucket,visits") == LENGTHS.split("; "), report
+    assert table(report, "visit_pages", "bucket,visits") == DEPTHS.split("; "), report
+    media.check(report, *(reports.text(form, "limits.example") for form in ("--html", "--rows=15")))
 
 
 def check_rules(reports):
@@ -206,7 +201,7 @@ def check_strangers(reports):
     harmless = [f"/{n}.exe" if name.endswith(".exe") else f"/{n}" for n, name in enumerate(HOSTILE)]
     pages = []
     for host, names in (("hostile.example", HOSTILE), ("harmless.example", harmless)):
-        reports.add(host, hostile_log(names))
+        add(reports, host, hostile_log(names))
         pages.append(Page(reports.text("--html", host)))
     assert pages[0].tags == pages[1].tags
     assert {tag for tag, *_ in pages[0].tags}.isdisjoint({"script", "img", "link", "a", "iframe"})
@@ -258,6 +253,13 @@ def check_failures(reports):
 
 
 shared = Reports()
-for check in (check_figures, check_rules, check_strangers, check_pages, check_failures):
+for check in (
+    check_figures,
+    check_limits,
+    check_rules,
+    check_strangers,
+    check_pages,
+    check_failures,
+):
     check(shared)
     print("ok:", check.__name__)

@@ -1,8 +1,35 @@
+#include "report/Course.h"
 #include "report/Format.h"
 #include "report/Period.h"
 #include "support/Table.h"
 
 using namespace vesk::report;
+
+namespace {
+
+Period periodOf(const QString &text)
+{
+    return { QDate::fromString(text.left(10), Qt::ISODate),
+        QDate::fromString(text.mid(11, 10), Qt::ISODate) };
+}
+
+/// Of each day but the third of a month its number.
+QList<Value> numberOf(QDate day)
+{
+    return day.day() == 3 ? QList<Value>() : QList<Value> { day.day() };
+}
+
+const List kNumbers { "id", "Days", {}, {}, { { "day", "Day" } } };
+
+QString shown(const Chart &chart)
+{
+    QStringList bars;
+    for (const Row &bar : chart.numbers.rows)
+        bars += bar.shown() + ' ' + show(bar.values.value(0), chart.numbers.columns[0].unit);
+    return bars.join(", ");
+}
+
+} // namespace
 
 class TestReport : public QObject
 {
@@ -83,6 +110,59 @@ private slots:
         QFETCH(Unit, unit);
         QTEST(show(now, unit), "shown");
         QTEST(change(now, before, unit), "changed");
+    }
+
+    void courses_data()
+    {
+        const Table row; // days and the most bars
+        row("2026-03-02 2026-03-04 3",
+            "Days by day: Mon 2 Mar 2026 2, Tue 3 Mar 2026 -, Wed 4 Mar 2026 4");
+        row("2026-03-01 2026-03-10 9",
+            "Days by week: Week of 1 Mar 2026 1.0, Week of 2 Mar 2026 5.3, Week of 9 Mar 2026 9.5");
+        row("2026-03-30 2026-04-05 1",
+            "Days by week: Week of 30 Mar 2026 12.2"); // seven days, six with a figure
+        row("2026-03-30 2026-04-06 1", "Days by month: Mar 2026 30.5, Apr 2026 3.6");
+    }
+    void courses()
+    {
+        QFETCH(QByteArray, text);
+        const Chart chart = course(periodOf(text), text.sliced(22).toInt(), kNumbers, numberOf);
+        QTEST(chart.numbers.title + ": " + shown(chart), "expected");
+    }
+
+    void ticks_data()
+    {
+        const Table row; // with the number of the bar
+        row("2026-03-01 2026-03-13 99",
+            "0 1 Mar, 1 2 Mar, 2 3 Mar, 3 4 Mar, 4 5 Mar, 5 6 Mar, 6 7 Mar, 7 8 Mar, 8 9 Mar, "
+            "9 10 Mar, 10 11 Mar, 11 12 Mar, 12 13 Mar");
+        row("2026-03-01 2026-03-26 99",
+            "0 1 Mar, 2 3 Mar, 4 5 Mar, 6 7 Mar, 8 9 Mar, 10 11 Mar, 12 13 Mar, 14 15 Mar, "
+            "16 17 Mar, 18 19 Mar, 20 21 Mar, 22 23 Mar, 24 25 Mar");
+        row("2026-03-01 2026-03-27 99", "1 2 Mar, 8 9 Mar, 15 16 Mar, 22 23 Mar");
+        row("2026-01-01 2026-03-31 20", "0 Jan ’26, 4 Feb, 8 Mar");
+        row("2024-01-02 2026-03-11 31", "12 2025, 24 2026"); // 800 days
+        row("2024-01-02 2024-12-31 31",
+            "1 Feb, 2 Mar, 3 Apr, 4 May, 5 Jun, 6 Jul, 7 Aug, 8 Sep, "
+            "9 Oct, 10 Nov, 11 Dec");
+    }
+    void ticks()
+    {
+        QFETCH(QByteArray, text);
+        const Chart chart = course(periodOf(text), text.sliced(22).toInt(), kNumbers, numberOf);
+        QStringList ticks;
+        for (qsizetype i = 0; i < chart.ticks.size(); ++i) {
+            if (!chart.ticks[i].isEmpty())
+                ticks += QString::number(i) + ' ' + chart.ticks[i];
+        }
+        QTEST(ticks.join(", "), "expected");
+    }
+
+    void averageWeek()
+    {
+        QCOMPARE(shown(weekdays(periodOf("2026-03-02 2026-03-15"), kNumbers, numberOf)),
+            "Monday 5.5, Tuesday 10.0, Wednesday 7.5, Thursday 8.5, Friday 9.5, Saturday 10.5, "
+            "Sunday 11.5");
     }
 };
 
