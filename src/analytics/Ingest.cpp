@@ -5,6 +5,8 @@
 
 #include <QSqlError>
 
+#include <algorithm>
+#include <limits>
 #include <utility>
 
 namespace vesk::analytics {
@@ -18,13 +20,16 @@ constexpr qsizetype kSliceBytes = qsizetype { 8 } * 1024 * 1024;
 
 constexpr int kPollLines = 100;
 
-/// Collects the local calendar days of request times, which mostly come in order.
-class LocalDays
+/// Collects the local calendar days of request times, which mostly come in order, and the first and
+/// the last time.
+class RequestTimes
 {
 public:
     void add(const QDateTime &at)
     {
         const qint64 msecs = at.toMSecsSinceEpoch();
+        m_first = std::min(m_first, msecs);
+        m_last = std::max(m_last, msecs);
         if (msecs >= m_from && msecs < m_to)
             return;
         const QDate day = at.toLocalTime().date();
@@ -34,9 +39,18 @@ public:
     }
 
     const QSet<QDate> &days() const { return m_days; }
+    QDateTime first() const { return time(m_first); }
+    QDateTime last() const { return time(m_last); }
 
 private:
+    QDateTime time(qint64 msecs) const
+    {
+        return m_days.isEmpty() ? QDateTime() : QDateTime::fromMSecsSinceEpoch(msecs, Qt::UTC);
+    }
+
     QSet<QDate> m_days;
+    qint64 m_first = std::numeric_limits<qint64>::max(); ///< milliseconds since 1970
+    qint64 m_last = std::numeric_limits<qint64>::min();
     qint64 m_from = 0; ///< milliseconds since 1970 where the last day begins
     qint64 m_to = 0; ///< and where it ends
 };
@@ -112,9 +126,12 @@ Ingest::Result Ingest::ingest(
     RowBuilder builder(m_secret, siteId, siteHost);
     Result total;
     m_linesDone = 0;
+    bool hasVisits = !whole;
     Slice slice = readSlice(builder, nextLine);
     while (slice.size > 0) {
         const qsizetype rows = slice.rows.size();
+        if (rows > 0 && !std::exchange(hasVisits, true))
+            takeUpVisits(siteId, slice.counts.first);
         std::optional<db::Transaction> own;
         db::Transaction &transaction = whole ? *whole : own.emplace(db::Transaction::Keep);
         QString cause = transaction.error();
@@ -137,6 +154,11 @@ Ingest::Result Ingest::ingest(
         total.stored += stored;
         total.skipped += slice.counts.skipped;
         total.days.unite(slice.counts.days);
+        if (rows > 0) {
+            total.first = total.first.isValid() ? std::min(total.first, slice.counts.first)
+                                                : slice.counts.first;
+            total.last = std::max(total.last, slice.counts.last);
+        }
         if (whole && !total.lost.isEmpty())
             break; // nothing of it will be kept
         slice = std::move(next);
@@ -148,7 +170,7 @@ Ingest::Result Ingest::ingest(
 Ingest::Slice Ingest::readSlice(RowBuilder &builder, const LineSource &nextLine)
 {
     Slice slice;
-    LocalDays days;
+    RequestTimes times;
     slice.rows.reserve(kSliceLines);
     qsizetype bytes = 0;
     while (slice.size < kSliceLines && bytes < kSliceBytes) {
@@ -165,14 +187,34 @@ Ingest::Slice Ingest::readSlice(RowBuilder &builder, const LineSource &nextLine)
         }
         slice.counts.skipped += outcome == RowBuilder::Outcome::NotAnEntry;
         if (outcome == RowBuilder::Outcome::Row) {
-            days.add(row.log.at);
+            times.add(row.log.at);
             slice.rows.append(std::move(row));
         }
         if (slice.size % kPollLines == 0)
             m_writer.poll();
     }
-    slice.counts.days = days.days();
+    slice.counts.days = times.days();
+    slice.counts.first = times.first();
+    slice.counts.last = times.last();
     return slice;
+}
+
+/// Starts from the visits that are stored: the one of a visitor ends within the UTC day that its
+/// hash is of.
+void Ingest::takeUpVisits(int siteId, const QDateTime &from)
+{
+    m_visits = {};
+    auto q = db::run(
+        QStringLiteral("SELECT visitor, session_id, (extract(epoch FROM min(at)) * 1000)::bigint,"
+                       " (extract(epoch FROM max(at)) * 1000)::bigint FROM vesk.hits"
+                       " WHERE site_id = ? AND at >= ? AND at < ? AND session_id > 0"
+                       " GROUP BY visitor, session_id"),
+        { siteId, from.addSecs(-Visits::kSessionGapSeconds), from.addDays(1) });
+    while (q && q->next())
+        m_visits.takeUp(q->value(0).toByteArray(),
+            { q->value(1).toLongLong(),
+                QDateTime::fromMSecsSinceEpoch(q->value(2).toLongLong(), Qt::UTC),
+                QDateTime::fromMSecsSinceEpoch(q->value(3).toLongLong(), Qt::UTC) });
 }
 
 /// Gives the rows what only the database knows: the numbers of their visits, with the reason in

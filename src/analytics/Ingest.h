@@ -43,6 +43,8 @@ public:
         int stored = 0; ///< rows whose statement succeeded
         int skipped = 0; ///< lines that are no access-log entries
         QSet<QDate> days; ///< with requests, in the local time zone
+        QDateTime first; ///< the earliest of these requests; invalid when there is none
+        QDateTime last; ///< the latest of them
         QList<LostSlice> lost;
     };
 
@@ -69,6 +71,7 @@ public:
     /// the one before.
     /// With \a whole, the caller's transaction, all slices are left in that, to be committed or not
     /// by the caller; the first one that could not be stored is in the result, and ends the work.
+    /// Visits then go on from what is stored, and not from the lines before.
     Result ingest(int siteId, const QString &siteHost, const LineSource &nextLine,
         db::Transaction *whole = nullptr);
 
@@ -87,6 +90,7 @@ private:
     struct Slice;
 
     Slice readSlice(RowBuilder &builder, const LineSource &nextLine);
+    void takeUpVisits(int siteId, const QDateTime &from);
     void complete(QList<Row> &rows, const db::Transaction &transaction, QString *cause);
 
     QByteArray m_secret;

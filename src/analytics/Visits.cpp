@@ -4,7 +4,6 @@ namespace vesk::analytics {
 
 namespace {
 
-constexpr qint64 kSessionGapSeconds = 1800; // the longest gap that continues a visit
 constexpr qsizetype kMaxSessions = 50000;
 
 } // namespace
@@ -16,12 +15,14 @@ QList<qint64> Visits::numbers(const QList<Request> &requests, const DrawNumbers 
     QList<QByteArray> newVisitors; // whose visits go by -1, -2, ... until their numbers are drawn
     for (const auto &[visitor, at] : requests) {
         Session &session = m_sessions[visitor];
+        if (!session.last.isValid())
+            m_idle.emplace(at.toMSecsSinceEpoch(), visitor);
+        if (session.id == 0 || session.last.secsTo(at) > kSessionGapSeconds)
+            resume(session, { visitor, at });
         if (session.id == 0 || session.last.secsTo(at) > kSessionGapSeconds) {
             newVisitors.append(visitor);
             session.id = -newVisitors.size();
         }
-        if (!session.last.isValid())
-            m_idle.emplace(at.toMSecsSinceEpoch(), visitor);
         if (!session.last.isValid() || at > session.last)
             session.last = at;
         numbers.append(session.id);
@@ -38,6 +39,18 @@ QList<qint64> Visits::numbers(const QList<Request> &requests, const DrawNumbers 
             number = drawn[-number - 1];
     }
     return numbers;
+}
+
+/// Makes the latest stored visit that the request belongs to the visitor's current one.
+void Visits::resume(Session &session, const Request &request) const
+{
+    for (auto it = m_stored.constFind(request.visitor);
+         it != m_stored.cend() && it.key() == request.visitor; ++it) {
+        const bool reaches = it->last.secsTo(request.at) <= kSessionGapSeconds
+            && request.at.secsTo(it->first) <= kSessionGapSeconds;
+        if (reaches && (!session.last.isValid() || session.last < it->last))
+            session = { it->id, it->last };
+    }
 }
 
 /// Visitors that came back since they were queued are queued anew, so the table is never searched

@@ -23,6 +23,24 @@ public:
         QDateTime at; ///< UTC
     };
 
+    /// The longest gap that continues a visit.
+    static constexpr qint64 kSessionGapSeconds = 1800;
+
+    /// A visit that is stored already. Times are UTC.
+    struct Stored
+    {
+        qint64 id;
+        QDateTime first;
+        QDateTime last;
+    };
+
+    /// Has a request of \a visitor that would begin a visit continue \a stored, when that is within
+    /// half an hour.
+    void takeUp(const QByteArray &visitor, const Stored &stored)
+    {
+        m_stored.insert(visitor, stored);
+    }
+
     /// Draws numbers for that many new visits, or fewer when it cannot.
     using DrawNumbers = std::function<QList<qint64>(qsizetype count)>;
 
@@ -41,9 +59,12 @@ private:
         qint64 id = 0; ///< 0 none yet
         QDateTime last; ///< UTC, the latest request seen
     };
+    void resume(Session &session, const Request &request) const;
+
     using IdleSince = std::pair<qint64, QByteArray>; ///< milliseconds since 1970, visitor hash
 
     QHash<QByteArray, Session> m_sessions; ///< by visitor hash
+    QMultiHash<QByteArray, Stored> m_stored; ///< likewise
     /// Each visitor once, by a time of its session that may be outdated: the earliest is on top.
     std::priority_queue<IdleSince, std::vector<IdleSince>, std::greater<>> m_idle;
 };

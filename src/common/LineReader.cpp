@@ -27,6 +27,18 @@ LineReader::LineReader(const QString &path)
 LineReader::LineReader(const QString &path, const QString &decompressor)
 {
     m_failed = !openForReading(m_file, path);
+    start(decompressor);
+}
+
+LineReader::LineReader(int handle, const QString &decompressor)
+{
+    m_failed = lseek(handle, 0, SEEK_SET) < 0
+        || !m_file.open(handle, QIODevice::ReadOnly | QIODevice::Unbuffered);
+    start(decompressor);
+}
+
+void LineReader::start(const QString &decompressor)
+{
     if (m_failed || decompressor.isEmpty())
         return;
     m_child = std::make_unique<QProcess>();

@@ -23,6 +23,9 @@ public:
     /// Reads the file through the program \a decompressor whatever the name, or as it is when
     /// that is empty.
     LineReader(const QString &path, const QString &decompressor);
+    /// The same of the open file \a handle from its beginning, whatever its name is by now. It is
+    /// not closed, and shares its position.
+    LineReader(int handle, const QString &decompressor);
     ~LineReader();
     Q_DISABLE_COPY_MOVE(LineReader)
 
@@ -47,6 +50,7 @@ public:
     qint64 size() const;
 
 private:
+    void start(const QString &decompressor);
     bool refill();
     qint64 read(char *to, qint64 size);
 

@@ -7,17 +7,28 @@
 #include "common/Text.h"
 
 #include <QFile>
+#include <QSqlDatabase>
 
 namespace vesk {
 
 namespace {
 
 QtMessageHandler g_handler = nullptr; // the one before ours
+bool g_saidLost = false; // that the connection is lost
 
 void passOn(QtMsgType type, const QMessageLogContext &context, const QString &message)
 {
-    if (!message.startsWith(QLatin1String("Unable to free statement")))
-        g_handler(type, context, message);
+    if (message.startsWith(QLatin1String("Unable to free statement"))
+        || message.startsWith(QLatin1String("QSqlQuery::prepare: database not open")))
+        return;
+    const bool isStatement = message.startsWith(QLatin1String("sql: "));
+    const bool isLost = isStatement
+        && !QSqlDatabase::database(QLatin1String(QSqlDatabase::defaultConnection), false).isOpen();
+    if (isLost && g_saidLost)
+        return;
+    if (isStatement)
+        g_saidLost = isLost;
+    g_handler(type, context, isLost ? message.section(u'\n', 0, 0) : message);
 }
 
 } // namespace

@@ -33,8 +33,8 @@ public:
     /// Reads the configuration file \a path and opens the connection. False after a message.
     bool connect(const QString &path, Unreadable unreadable);
 
-    /// Leaves out the driver's message that a statement could not be freed, from now on. It only
-    /// repeats that a transaction or the connection is lost, which was reported.
+    /// From now on, leaves out the driver's message that a statement could not be freed, and says
+    /// in one line, once, that the connection is lost.
     static void leaveOutRepeats();
 
     /// The configuration, once connect() has read it.

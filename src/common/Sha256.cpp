@@ -26,6 +26,12 @@ Context newContext()
     return context;
 }
 
+void check(bool done)
+{
+    if (!done)
+        qFatal("OpenSSL cannot compute SHA-256");
+}
+
 } // namespace
 
 QByteArray sha256(std::initializer_list<QByteArrayView> parts)
@@ -39,8 +45,33 @@ QByteArray sha256(std::initializer_list<QByteArrayView> parts)
         && std::all_of(parts.begin(), parts.end(), add)
         && EVP_DigestFinal_ex(
             context.get(), reinterpret_cast<unsigned char *>(digest.data()), nullptr);
-    if (!done)
-        qFatal("OpenSSL cannot compute SHA-256");
+    check(done);
+    return digest;
+}
+
+RunningSha256::RunningSha256()
+    : m_context(newContext().release())
+    , m_copy(EVP_MD_CTX_new())
+{
+}
+
+void RunningSha256::Free::operator()(evp_md_ctx_st *context) const
+{
+    EVP_MD_CTX_free(context);
+}
+
+void RunningSha256::add(QByteArrayView bytes)
+{
+    check(EVP_DigestUpdate(m_context.get(), bytes.data(), static_cast<size_t>(bytes.size())) == 1);
+}
+
+QByteArray RunningSha256::digest(QByteArrayView more) const
+{
+    QByteArray digest(kDigestBytes, Qt::Uninitialized);
+    check(EVP_MD_CTX_copy_ex(m_copy.get(), m_context.get())
+        && EVP_DigestUpdate(m_copy.get(), more.data(), static_cast<size_t>(more.size()))
+        && EVP_DigestFinal_ex(
+            m_copy.get(), reinterpret_cast<unsigned char *>(digest.data()), nullptr));
     return digest;
 }
 

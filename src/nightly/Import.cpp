@@ -1,18 +1,18 @@
 #include "nightly/Import.h"
 
-#include "analytics/LogParser.h"
 #include "common/Db.h"
+#include "common/FilePath.h"
 #include "common/Sha256.h"
 #include "common/Text.h"
-#include "nightly/LogContent.h"
+#include "nightly/Complaints.h"
+#include "nightly/OldMarks.h"
 
-#include <QFile>
-#include <QStandardPaths>
+#include <QFileInfo>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
+#include <map>
 
 namespace vesk::nightly {
 
@@ -23,67 +23,65 @@ namespace {
 /// The web server may not be done with a log that was written to so recently.
 constexpr qint64 kYoungSecs = 300;
 
-constexpr qsizetype kShownBytes = 200;
+/// A log that was left so often with the same content is not being written to.
+constexpr int kMostRunsLeft = 2;
+
+/// A log is taken for another one that was changed when of its requests so many are stored already:
+/// one in two of those from the time of the other, and one in twenty of all. Less than that comes
+/// of one second with many like requests, in which the log was rotated.
+constexpr qint64 kRepeatedWithin = 2;
+constexpr qint64 kRepeatedOfAll = 20;
 
 QByteArray shown(const QString &text)
 {
     return clean(text).toLocal8Bit();
 }
 
-/// Why a log cannot be opened; empty when it can.
-QString obstacle(const RotatedLog &log)
+/// The times of what was imported.
+Span spanOf(const Ingest::Result &result)
 {
-    QFile file(log.path);
-    if (!file.open(QIODevice::ReadOnly))
-        return QStringLiteral("cannot be read: ") + file.errorString();
-    const QString program = log.decompressor();
-    if (!program.isEmpty() && QStandardPaths::findExecutable(program).isEmpty())
-        return QStringLiteral("is not imported: the program %1 is missing, install it")
-            .arg(program);
-    return {};
-}
-
-/// Why a log is left out of which not all could be read.
-QString damage(const RotatedLog &log)
-{
-    return log.isArchive() ? QStringLiteral("is damaged and is not imported")
-                           : QStringLiteral("cannot be read to its end and is not imported");
-}
-
-/// What to tell of a log that begins with \a line and of which no line is an entry.
-QString strangeFormat(QByteArrayView line)
-{
-    const QByteArray begin = line.first(std::min(line.size(), kShownBytes)).toByteArray();
-    const qsizetype blank = line.indexOf(' ');
-    const bool namesHost = blank > 0 && analytics::parseCombined(line.sliced(blank + 1));
-    return QStringLiteral("not one line is an access-log entry, the first is: %1%2")
-        .arg(QString::fromUtf8(shown(QString::fromUtf8(begin))),
-            namesHost ? QStringLiteral(" (a host name in front, as in Apache's format "
-                                       "vhost_combined: give the site a log of its own in the "
-                                       "format combined)")
-                      : QString());
+    Span span;
+    if (result.first.isValid()) {
+        span.add(result.first.toSecsSinceEpoch());
+        span.add(result.last.toSecsSinceEpoch());
+    }
+    return span;
 }
 
 } // namespace
 
-bool Import::run(const QList<RotatedLog> &logs)
+Import::Import(const Site &site, Task task)
+    : m_ledger(site)
+    , m_tonight(m_ledger)
+    , m_task(task)
+    , m_readsLive(readsLiveLogs())
 {
-    if (!begin())
+}
+
+bool Import::run(const QStringList &patterns)
+{
+    if (!begin() || !lookForLogs(patterns))
         return false;
-    qint64 done = 0;
-    qint64 waiting = 0;
-    for (const RotatedLog &log : logs) {
-        const Outcome outcome = look(log);
-        done += outcome == Outcome::Done;
-        waiting += outcome == Outcome::Waits;
-        m_failed = m_failed || outcome == Outcome::Failed;
-    }
-    if (m_task == Note)
-        printf("noted as imported: %lld logs\n", qlonglong { done });
-    else if (!logs.isEmpty() && done == 0 && waiting == 0 && !m_failed)
-        printf("no new logs of %s\n", shown(m_ledger.site().host).constData());
+    if (m_task == Store && !takeOldMarks(m_ledger, m_tonight))
+        return false;
+    lookAtAll();
+    finish();
     if (m_task == Store)
         rollUp();
+    return !m_failed;
+}
+
+bool Import::runOn(const QStringList &paths)
+{
+    if (!begin() || !m_tonight.open(paths))
+        return false;
+    for (const QString &path : paths) {
+        if (!QFileInfo(filePath(path)).isFile()) {
+            qWarning("%s is no file", shown(path).constData());
+            m_failed = true;
+        }
+    }
+    lookAtAll();
     return !m_failed;
 }
 
@@ -104,110 +102,272 @@ bool Import::begin()
     return true;
 }
 
-/// Finds out whether a log has anything new, and takes that.
-Import::Outcome Import::look(const RotatedLog &log)
+/// Lists and opens the logs. False, after a message, when there is nothing to do for the task.
+bool Import::lookForLogs(const QStringList &patterns)
 {
-    if (const QString why = obstacle(log); !why.isEmpty())
-        return refuse(log, why);
-    LogContent content(log);
-    const auto line = content.next();
-    if (!line) {
-        while (content.next()) { }
-        return content.intact() ? Outcome::Nothing : refuse(log, damage(log));
+    if (!m_tonight.open(expand(patterns)))
+        return false;
+    for (const QString &folder : closedFolders(patterns)) {
+        qWarning("the folder %s cannot be searched (Debian's log folders are for the group adm)",
+            shown(folder).constData());
+        m_failed = true;
     }
-    const QByteArray firstLine = line->toByteArray();
-    db::Transaction transaction;
-    if (!transaction.isOpen() || !m_ledger.lockTransaction())
-        return refuse(log, QStringLiteral("is not imported, the next run tries again"));
-    return take(log, firstLine, transaction);
+    if (!m_tonight.logs().isEmpty())
+        return true;
+    const QByteArray where = shown(patterns.join(QLatin1String(" or ")));
+    const bool isAwaited = m_task == Store && !m_failed && m_ledger.isEmpty().value_or(false)
+        && m_ledger.isNew().value_or(false);
+    if (isAwaited) {
+        printf("no file matches %s yet: the first rotation is awaited\n", where.constData());
+        return true;
+    }
+    qWarning("no file matches %s%s", where.constData(),
+        m_task == Note ? "; name the files, or set VESK_LOGS as the service does" : "");
+    m_failed = true;
+    return m_task == Store;
 }
 
-/// Takes what no entry with the same first line covers, in one transaction.
-Import::Outcome Import::take(
-    const RotatedLog &log, const QByteArray &firstLine, db::Transaction &transaction)
+void Import::lookAtAll()
 {
-    Entry entry;
-    entry.firstLine = sha256({ firstLine, "\n" }).toHex();
-    const auto known = m_ledger.entries(entry.firstLine);
+    m_wereYoung = m_ledger.young().value_or(QHash<QByteArray, int>());
+    std::map<Outcome, qint64> count;
+    for (Log &log : m_tonight.logs())
+        ++count[look(log)];
+    m_failed = m_failed || count[Outcome::Failed] > 0;
+    const bool nothing
+        = count[Outcome::Nothing] > 0 && count[Outcome::Nothing] == m_tonight.logs().size();
+    if (m_task == Note)
+        printf("noted as imported: %lld logs\n", qlonglong { count[Outcome::Done] });
+    else if (nothing && !m_failed)
+        printf("no new logs of %s\n", shown(m_ledger.site().host).constData());
+}
+
+/// Finds out whether a log has anything new, and takes that.
+Import::Outcome Import::look(Log &log)
+{
+    if (log.entry != 0)
+        return Outcome::Nothing;
+    if (const QString why = log.file.obstacle(); !why.isEmpty())
+        return refuse(log, why);
+    db::Transaction transaction;
+    if (!transaction.isOpen() || !m_ledger.lockTransaction())
+        return postpone(log);
+    Portion portion { std::make_unique<LogContent>(log.file), {}, {} };
+    const auto line = portion.content->first();
+    portion.firstLine = line ? line->toByteArray() : QByteArray();
+    portion.entry.firstLine = sha256({ portion.firstLine, "\n" }).toHex();
+    if ((!line || portion.content->endsInFirst()) && !portion.content->intact())
+        return damaged(log, std::move(portion), transaction);
+    if (!line)
+        return Outcome::Nothing;
+    return lookAtPortion(log, std::move(portion), transaction);
+}
+
+/// Compares a log with what is imported, unless it begins like nothing of that, and takes what is
+/// new.
+Import::Outcome Import::lookAtPortion(Log &log, Portion portion, db::Transaction &transaction)
+{
+    const auto known = m_ledger.entriesBeginning(portion.entry.firstLine);
     if (!known)
-        return refuse(log, QStringLiteral("is not imported, the next run tries again"));
-    for (const Entry &one : *known) {
-        if (log.hasSize(one.bytes))
-            return Outcome::Nothing;
-    }
-    if (m_task == Store && std::abs(log.age()) < kYoungSecs) {
-        printf("%s was written to in the last five minutes and is left for the next run\n",
-            shown(log.path).constData());
-        return Outcome::Waits;
-    }
-    auto content = std::make_unique<LogContent>(log);
-    for (const Entry &one : *known) {
-        if (content->skip(one)) {
-            entry = one;
-            break;
-        }
-        content = std::make_unique<LogContent>(log);
-    }
-    const auto result = store(log, *content, transaction);
+        return postpone(log);
+    const bool mustWait = isYoung(log) && !m_readsLive;
+    if (known->isEmpty() && !mustWait)
+        return take(log, std::move(portion), transaction);
+
+    const Likeness likeness = compare(*portion.content, *known);
+    if (likeness.same || likeness.beginningOf)
+        return settle(log, likeness.same ? *likeness.same : *likeness.beginningOf,
+            likeness.same.has_value(), *portion.content, transaction);
+    if (!portion.content->intact())
+        return damaged(log, std::move(portion), transaction);
+    if (mustWait && !mayBeTaken(*portion.content))
+        return leave(log, "was written to in the last five minutes");
+    if (const auto grown = m_tonight.grownFrom(log, likeness.continues))
+        portion.entry = *grown;
+    portion.content = nullptr; // two cannot read at the same time
+    portion.content = std::make_unique<LogContent>(log.file);
+    if (portion.entry.id != 0 && !portion.content->skip(portion.entry))
+        return leave(log, "was changed while it was read");
+    return take(log, std::move(portion), transaction);
+}
+
+/// Notes that all of a log was imported as \a entry before.
+Import::Outcome Import::settle(
+    Log &log, const Entry &entry, bool whole, LogContent &content, db::Transaction &transaction)
+{
+    const bool intact = content.intact();
+    if (!intact && isBeingMade(log))
+        return leave(log, "was written to in the last five minutes");
+    if (!m_tonight.know(log, entry, whole, content) || !transaction.commit())
+        return postpone(log);
+    if (!intact)
+        printf("%s is damaged, but it was imported as %s on %s\n",
+            shown(log.file.path()).constData(), shown(entry.name).constData(),
+            qPrintable(entry.at));
+    return Outcome::Nothing;
+}
+
+/// Takes what is left of a log, in one transaction.
+Import::Outcome Import::take(Log &log, Portion portion, db::Transaction &transaction)
+{
+    const bool isNew = portion.entry.id == 0;
+    const auto result = m_task == Store ? store(log, portion, transaction) : passOver(portion);
     if (!result)
         return Outcome::Failed;
-    if (content->bytes() == entry.bytes)
-        return Outcome::Nothing;
-
-    const bool isNew = entry.id == 0;
-    const bool wasNoted = !isNew && !entry.lines;
-    entry.content = content->checksum();
-    entry.bytes = content->bytes();
-    entry.name = log.path;
-    if (m_task == Store || (!isNew && !wasNoted)) {
-        entry.lines = entry.lines.value_or(0) + result->lines;
-        entry.stored = entry.stored.value_or(0) + result->stored;
-    }
-    if (!m_ledger.save(entry) || !m_ledger.addDays(result->days) || !transaction.commit())
-        return refuse(
-            log, QStringLiteral("may not be imported: the next run finds out and does it"));
-    if (m_task == Store)
-        printf("%s: %d lines, %d stored, %d not log entries\n", shown(log.path).constData(),
-            result->lines, result->stored, result->skipped);
+    if (!log.file.isArchive() && log.file.isShorterThan(portion.content->bytes()))
+        return leave(log, "was cut off while it was read");
     if (isNew && result->lines > 0 && result->skipped == result->lines)
-        return refuse(log, strangeFormat(firstLine));
+        return takeStrange(log, portion, *result, transaction);
+    if (!save(log, portion, result->days, transaction))
+        return Outcome::Failed;
+    if (m_task == Store)
+        tell(log, *result);
     return Outcome::Done;
 }
 
-/// Stores, or passes over, the lines that \a content has left. Nothing, after a message, when not
-/// all of them could be.
+/// What becomes of a log without one entry: only rubbish is noted, so that it is told once.
+Import::Outcome Import::takeStrange(
+    Log &log, Portion &portion, const Ingest::Result &result, db::Transaction &transaction)
+{
+    tell(log, result);
+    portion.entry.lines = portion.entry.stored = std::nullopt;
+    if (isRubbish(portion.firstLine) && !save(log, portion, {}, transaction))
+        return Outcome::Failed;
+    return refuse(log, strangeFormat(portion.firstLine));
+}
+
+/// Notes what is taken, and ends the transaction. False after a message.
+bool Import::save(Log &log, Portion &portion, const QSet<QDate> &days, db::Transaction &transaction)
+{
+    Entry &entry = portion.entry;
+    entry.content = portion.content->checksum();
+    entry.bytes = portion.content->bytes();
+    entry.beginnings = portion.content->beginnings();
+    entry.name = log.file.path();
+    const bool saved = m_ledger.save(entry) && m_tonight.know(log, entry, true, *portion.content)
+        && m_ledger.addDays(days) && transaction.commit();
+    if (!saved)
+        refuse(log, QStringLiteral("may not be imported: the next run finds out and does it"));
+    return saved;
+}
+
+void Import::tell(const Log &log, const Ingest::Result &result)
+{
+    printf("%s: %d lines, %d stored, %d not log entries\n", shown(log.file.path()).constData(),
+        result.lines, result.stored, result.skipped);
+}
+
+/// Only notes the lines that are left.
+std::optional<Ingest::Result> Import::passOver(Portion &portion)
+{
+    portion.entry.span.unite(spanOf(*portion.content));
+    return Ingest::Result();
+}
+
+/// Stores the lines that are left. Nothing, after a message, when not all of them could be, or had
+/// been before.
 std::optional<Ingest::Result> Import::store(
-    const RotatedLog &log, LogContent &content, db::Transaction &transaction)
+    const Log &log, Portion &portion, db::Transaction &transaction)
 {
     const Site &site = m_ledger.site();
-    Ingest::Result result;
-    if (m_task == Store)
-        result = m_ingest.ingest(
-            site.id, site.host, [&] { return content.next(); }, &transaction);
-    if (!result.lost.isEmpty()) {
-        const Ingest::LostSlice &slice = result.lost.first();
-        refuse(log,
-            QStringLiteral("is not imported: the database did not keep lines %1 to %2%3; nothing "
-                           "of it is stored, the next run tries again")
-                .arg(slice.firstLine)
-                .arg(slice.lastLine)
-                .arg(slice.cause.isEmpty()
-                        ? QString()
-                        : QLatin1String(": ") + slice.cause.section(u'\n', 0, 0)));
+    Ingest::Result result = m_ingest.ingest(
+        site.id, site.host, [&] { return portion.content->next(); }, &transaction);
+    QString why;
+    if (!result.lost.isEmpty())
+        why = lostSlice(result.lost.first());
+    else if (!portion.content->intact())
+        why = damage(log.file);
+    else if (const auto former = changedFrom(log, portion.entry, result))
+        why = changed(*former, site.host);
+    if (!why.isEmpty()) {
+        refuse(log, why);
         return {};
     }
-    while (content.next()) { }
-    if (!content.intact()) {
-        refuse(log, damage(log));
-        return {};
-    }
+    portion.entry.span.unite(spanOf(result));
+    portion.entry.lines = portion.entry.lines.value_or(0) + result.lines;
+    portion.entry.stored = portion.entry.stored.value_or(0) + result.stored;
     return result;
 }
 
-Import::Outcome Import::refuse(const RotatedLog &log, const QString &why)
+/// The entry that a log, whose lines are stored by now, is a changed form of: one that is not there
+/// any more, has lines of the same time, and whose requests are those of the log.
+std::optional<Entry> Import::changedFrom(
+    const Log &log, const Entry &own, const Ingest::Result &result)
 {
-    qWarning("%s %s", shown(log.path).constData(), shown(why).constData());
+    const Span span = spanOf(result);
+    const auto others = span.first ? m_ledger.entriesWithin(span) : QList<Entry>();
+    for (const Entry &other : others.value_or(QList<Entry>())) {
+        const Span common { std::max(span.first, other.span.first),
+            std::min(span.last, other.span.last) };
+        if (other.id == own.id || m_tonight.isThere(other, log))
+            continue;
+        const auto repeats = m_ledger.repeats(common);
+        if (repeats && repeats->repeated * kRepeatedOfAll > result.stored
+            && repeats->repeated * kRepeatedWithin >= repeats->requests)
+            return other;
+    }
+    return {};
+}
+
+/// What becomes of a log of which not all can be read. One of which nothing can be read, not even
+/// the first line, may be known by its name, its time or its file.
+Import::Outcome Import::damaged(Log &log, Portion portion, db::Transaction &transaction)
+{
+    if (m_task == Note)
+        return take(log, std::move(portion), transaction);
+    if (isBeingMade(log))
+        return leave(log, "was written to in the last five minutes");
+    const auto former
+        = portion.content->beginnings().isEmpty() ? m_tonight.former(log) : std::optional<Entry>();
+    if (former)
+        return settle(log, *former, false, *portion.content, transaction);
+    return refuse(log, damage(log.file));
+}
+
+bool Import::isYoung(const Log &log) const
+{
+    return m_task == Store && std::abs(log.file.age()) < kYoungSecs;
+}
+
+/// Whether it may be an archive that is not complete yet.
+bool Import::isBeingMade(const Log &log) const
+{
+    return log.file.isArchive() && isYoung(log);
+}
+
+/// Whether a young log with \a content is taken all the same.
+bool Import::mayBeTaken(const LogContent &content)
+{
+    const int runs = m_wereYoung.value(content.checksum());
+    if (runs >= kMostRunsLeft)
+        return true;
+    m_areYoung.insert(content.checksum(), runs + 1);
+    return false;
+}
+
+Import::Outcome Import::leave(const Log &log, const char *why)
+{
+    printf("%s %s and is left for the next run\n", shown(log.file.path()).constData(), why);
+    return Outcome::Waits;
+}
+
+Import::Outcome Import::refuse(const Log &log, const QString &why)
+{
+    qWarning("%s %s", shown(log.file.path()).constData(), shown(why).constData());
     return Outcome::Failed;
+}
+
+Import::Outcome Import::postpone(const Log &log)
+{
+    return refuse(log, QStringLiteral("is not imported, the next run tries again"));
+}
+
+void Import::finish()
+{
+    db::Transaction transaction;
+    const bool done = transaction.isOpen() && m_tonight.tidy()
+        && (m_task == Note || m_ledger.replaceYoung(m_areYoung)) && transaction.commit();
+    m_failed = m_failed || !done;
 }
 
 void Import::rollUp()
@@ -218,13 +378,17 @@ void Import::rollUp()
         return;
     qint64 done = 0;
     for (const QDate day : *days) {
-        if (m_ledger.rollUp(day)) {
-            ++done;
-            continue;
-        }
-        qWarning(
-            "%s is not rolled up, the next run tries again", qPrintable(day.toString(Qt::ISODate)));
-        m_failed = true;
+        const Ledger::RolledUp outcome = m_ledger.rollUp(day);
+        done += outcome == Ledger::RolledUp::Done;
+        m_failed = m_failed || outcome != Ledger::RolledUp::Done;
+        const QString name = day.toString(Qt::ISODate);
+        if (outcome == Ledger::RolledUp::Left)
+            qWarning(
+                "%s keeps its report: some of the requests that it counts are deleted, and new "
+                "ones are stored; to count these, import all logs of the day again",
+                qPrintable(name));
+        else if (outcome == Ledger::RolledUp::Failed)
+            qWarning("%s is not rolled up, the next run tries again", qPrintable(name));
     }
     printf("rolled up %lld days\n", qlonglong { done });
 }

@@ -5,14 +5,15 @@
 #include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
-#include <QSet>
-#include <QtEndian>
+#include <QRegularExpression>
+#include <QStandardPaths>
 
 #include <algorithm>
 #include <array>
-#include <tuple>
 
 #include <glob.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 
 namespace vesk::nightly {
 
@@ -26,6 +27,15 @@ struct Compression
 
 constexpr std::array kCompressions { Compression { ".gz", "gunzip" },
     Compression { ".bz2", "bzip2" }, Compression { ".xz", "xz" }, Compression { ".zst", "zstd" } };
+
+const Compression *compression(const QString &path)
+{
+    for (const Compression &known : kCompressions) {
+        if (path.endsWith(QLatin1String(known.suffix)))
+            return &known;
+    }
+    return nullptr;
+}
 
 /// \a text as a part of a pattern that matches nothing else.
 QString literal(const QString &text)
@@ -48,70 +58,123 @@ QStringList expand(const QString &pattern)
     return paths;
 }
 
+/// Lets as many files be open as the system allows: years of logs may be new at once.
+void allowManyFiles()
+{
+    rlimit limit {};
+    if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
+        limit.rlim_cur = limit.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
+
 } // namespace
 
-QString RotatedLog::decompressor() const
+RotatedLog::RotatedLog(const QString &path)
+    : m_path(path)
 {
-    for (const Compression &compression : kCompressions) {
-        if (path.endsWith(QLatin1String(compression.suffix)))
-            return QLatin1String(compression.program);
+    const QFileInfo info(filePath(path)); // opening what is no regular file could wait for ever
+    m_gone = !info.isFile();
+    if (m_gone)
+        return;
+    m_file = std::make_shared<QFile>();
+    struct stat status = {};
+    if (!openForReading(*m_file, path)) {
+        m_gone = !QFileInfo::exists(filePath(path));
+        m_error = m_file->errorString();
+    } else if (fstat(m_file->handle(), &status) == 0) {
+        m_state = { static_cast<qint64>(status.st_dev), static_cast<qint64>(status.st_ino),
+            status.st_mtim.tv_sec * FileState::kNanoseconds + status.st_mtim.tv_nsec,
+            status.st_size };
+        m_age = QDateTime::currentSecsSinceEpoch() - status.st_mtim.tv_sec;
     }
+}
+
+QString RotatedLog::obstacle() const
+{
+    if (!m_error.isEmpty())
+        return QStringLiteral("cannot be read: ") + m_error;
+    const QString program = decompressor();
+    if (!program.isEmpty() && QStandardPaths::findExecutable(program).isEmpty())
+        return QStringLiteral("is not imported: the program %1 is missing, install it")
+            .arg(program);
     return {};
 }
 
-std::optional<qint64> RotatedLog::size() const
+bool RotatedLog::isShorterThan(qint64 bytes) const
 {
-    QFile file;
-    if (!openForReading(file, path))
-        return {};
-    if (!isArchive())
-        return file.size();
-    if (decompressor() != QLatin1String("gunzip") || file.size() < 18
-        || !file.seek(file.size() - 4))
-        return {};
-    const QByteArray trailer = file.read(4); // RFC 1952: the size, least significant byte first
-    if (trailer.size() != 4)
-        return {};
-    return qFromLittleEndian<quint32>(trailer.constData());
+    return m_file->size() < bytes;
 }
 
-bool RotatedLog::hasSize(qint64 bytes) const
+int RotatedLog::handle() const
 {
-    const auto known = size();
-    return known && *known == (isArchive() ? bytes & 0xffffffff : bytes);
+    return m_file->handle();
 }
 
-qint64 RotatedLog::age() const
+void RotatedLog::close()
 {
-    return QDateTime::currentSecsSinceEpoch() - modified;
+    m_file->close();
 }
 
-QStringList logPatterns(const QString &host)
+QString decompressorOf(const QString &path)
+{
+    const Compression *known = compression(path);
+    return known ? QString::fromLatin1(known->program) : QString();
+}
+
+QString lineage(const QString &path)
+{
+    static const QRegularExpression rotation(QStringLiteral("[-.][0-9][-.0-9]*$"));
+    const Compression *known = compression(path);
+    QString name = known ? path.chopped(qstrlen(known->suffix)) : path;
+    return name.remove(rotation);
+}
+
+bool readsLiveLogs()
+{
+    return !qEnvironmentVariableIsEmpty("VESK_HOURLY");
+}
+
+QStringList logPatterns(const QString &host, bool live)
 {
     const QString given = qEnvironmentVariable("VESK_LOGS").simplified();
     if (!given.isEmpty())
         return given.split(u' ');
+    const QString folder = qEnvironmentVariable("VESK_LOG_FOLDER", QStringLiteral("/var/log"));
     QStringList patterns;
-    for (const char *server : { "nginx", "apache2" })
-        patterns += QStringLiteral("/var/log/%1/%2.log[-.][0-9]*")
-                        .arg(QLatin1String(server), literal(host));
+    for (const char *server : { "nginx", "apache2" }) {
+        const QString log
+            = QStringLiteral("%1/%2/%3.log").arg(folder, QLatin1String(server), literal(host));
+        patterns += log + QLatin1String("[-.][0-9]*");
+        if (live)
+            patterns += log;
+    }
     return patterns;
 }
 
-QList<RotatedLog> findLogs(const QStringList &patterns)
+QStringList expand(const QStringList &patterns)
 {
-    QSet<QString> seen;
+    QStringList paths;
+    for (const QString &pattern : patterns)
+        paths += expand(pattern);
+    return paths;
+}
+
+QList<RotatedLog> openLogs(const QStringList &paths)
+{
+    allowManyFiles();
     QList<RotatedLog> logs;
-    for (const QString &pattern : patterns) {
-        for (const QString &path : expand(pattern)) {
-            const QFileInfo info(filePath(path));
-            if (info.isFile() && !seen.contains(path))
-                logs.append({ path, info.lastModified().toSecsSinceEpoch() });
-            seen.insert(path);
-        }
+    for (const QString &path : paths) {
+        RotatedLog log(path);
+        const bool isOpened = std::any_of(logs.begin(), logs.end(), [&log](const RotatedLog &one) {
+            return one.path() == log.path()
+                || (one.state().inode != 0 && one.state().isSameFile(log.state()));
+        });
+        if (!log.isGone() && !isOpened)
+            logs.append(log);
     }
     std::sort(logs.begin(), logs.end(), [](const RotatedLog &a, const RotatedLog &b) {
-        return std::tie(a.modified, a.path) < std::tie(b.modified, b.path);
+        return std::pair(a.state().modified, a.path()) < std::pair(b.state().modified, b.path());
     });
     return logs;
 }

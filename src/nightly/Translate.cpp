@@ -29,12 +29,12 @@ QByteArray shown(const QString &text)
 }
 
 /// Why a file cannot be read at all; empty when it can.
-QString obstacle(const RotatedLog &log)
+QString obstacle(const QString &path)
 {
     QFile file;
-    if (!openForReading(file, log.path))
+    if (!openForReading(file, path))
         return file.errorString();
-    const QString program = log.decompressor();
+    const QString program = decompressorOf(path);
     if (!program.isEmpty() && QStandardPaths::findExecutable(program).isEmpty())
         return QStringLiteral("the program %1 is missing, install it").arg(program);
     return {};
@@ -46,8 +46,8 @@ class Log
 public:
     Log(const QString &path, QString name, const std::optional<SiteHosts> &hosts)
         : m_name(std::move(name))
-        , m_obstacle(obstacle({ path }))
-        , m_reader(path, RotatedLog { path }.decompressor())
+        , m_obstacle(obstacle(path))
+        , m_reader(path, decompressorOf(path))
         , m_lines([this] { return nextRaw(); }, hosts)
     {
     }

@@ -4,6 +4,7 @@
 #include "common/Sites.h"
 #include "common/Text.h"
 #include "nightly/Import.h"
+#include "nightly/RotatedLogs.h"
 #include "nightly/Translate.h"
 
 #include <QCommandLineOption>
@@ -14,6 +15,7 @@
 #include <cstdio>
 #include <ctime>
 #include <iterator>
+#include <limits>
 
 using namespace vesk::nightly;
 using vesk::Site;
@@ -29,12 +31,14 @@ QByteArray shown(const QString &text)
 /// server does not know the configured zone, and would cut days elsewhere.
 bool followTimeZone(const QSettings &cfg)
 {
-    auto q = vesk::db::run(QStringLiteral("SELECT current_setting('TimeZone')"));
+    auto q = vesk::db::run(QStringLiteral(
+        "SELECT setting, source = 'session' FROM pg_settings WHERE name = 'TimeZone'"));
     if (!q || !q->next())
         return false;
     const QString zone = q->value(0).toString();
+    const bool isTaken = q->value(1).toBool();
     const QString wanted = cfg.value(QStringLiteral("database/timezone")).toString();
-    if (!wanted.isEmpty() && wanted.compare(zone, Qt::CaseInsensitive) != 0) {
+    if (!wanted.isEmpty() && !isTaken) {
         qCritical("the configuration names the time zone %s, which the database does not know; "
                   "those that it does are in pg_timezone_names",
             shown(wanted).constData());
@@ -42,31 +46,26 @@ bool followTimeZone(const QSettings &cfg)
     }
     qputenv("TZ", zone.toUtf8());
     tzset();
-    return true;
+    // Nor does the server say more than what an error says by itself when it ends a connection.
+    return vesk::db::run(QStringLiteral("SELECT set_config('client_min_messages', 'error', false)"))
+        .has_value();
 }
 
-bool run(const Site &site, Import::Task task)
+bool import(const Site &site, const QStringList &)
 {
-    const QStringList patterns = logPatterns(site.host);
-    const QList<RotatedLog> logs = findLogs(patterns);
-    bool complete = true;
-    for (const QString &folder : closedFolders(patterns)) {
-        qWarning("the folder %s cannot be searched (Debian's log folders are for the group adm)",
-            shown(folder).constData());
-        complete = false;
-    }
-    if (logs.isEmpty()) {
-        qWarning("no file matches %s", shown(patterns.join(QLatin1String(" or "))).constData());
-        complete = false;
-    }
-    Ledger ledger(site);
-    return Import(ledger, task).run(logs) && complete;
+    return Import(site, Import::Store).run(logPatterns(site.host, readsLiveLogs()));
 }
 
-bool list(const Site &site)
+bool mark(const Site &site, const QStringList &files)
 {
-    Ledger ledger(site);
-    const auto entries = ledger.create() ? ledger.entries() : std::nullopt;
+    Import import(site, Import::Note);
+    return files.isEmpty() ? import.run(logPatterns(site.host, readsLiveLogs()))
+                           : import.runOn(files);
+}
+
+bool list(const Site &site, const QStringList &)
+{
+    const auto entries = Ledger(site).entries();
     if (!entries)
         return false;
     for (const Entry &entry : *entries) {
@@ -89,34 +88,37 @@ bool listSites()
     return true;
 }
 
-/// The word of a command and what it does with a site; without \a onSite it takes no host.
+/// The word of a command and what it does with a site and the arguments after that, of which it
+/// takes that many; without \a alone it needs a host.
 struct Command
 {
     const char *word;
-    bool (*onSite)(const Site &site);
+    bool (*onSite)(const Site &site, const QStringList &files);
+    qsizetype files;
     bool (*alone)();
 
     bool takes(const QStringList &args) const
     {
-        return args.value(0) == QLatin1String(word)
-            && ((args.size() == 2 && onSite) || (args.size() == 1 && alone));
+        return args.value(0) == QLatin1String(word) && args.size() <= 2 + files
+            && (args.size() > 1 || alone);
     }
 };
 
 constexpr Command kCommands[] = {
-    { "import", [](const Site &site) { return run(site, Import::Store); }, nullptr },
-    { "mark", [](const Site &site) { return run(site, Import::Note); }, nullptr },
-    { "list", list, listSites },
+    { "import", import, 0, nullptr },
+    { "mark", mark, std::numeric_limits<int>::max(), nullptr },
+    { "list", list, 0, listSites },
 };
 
-bool execute(const Command &command, const QString &host)
+bool execute(const Command &command, const QStringList &args)
 {
-    if (host.isEmpty())
+    if (args.size() == 1)
         return command.alone();
+    const QString &host = args[1];
     const auto site = vesk::findSite(host);
     if (!site)
         qCritical("unknown site %s (add it with vesk-admin add-site)", shown(host).constData());
-    return site && command.onSite(*site);
+    return site && command.onSite(*site, args.sliced(2));
 }
 
 } // namespace
@@ -128,7 +130,7 @@ int main(int argc, char **argv)
     parser.addOption(QCommandLineOption(QStringLiteral("host"),
         QStringLiteral("The site whose lines translate takes."), QStringLiteral("host")));
     parser.addPositionalArgument(QStringLiteral("command"),
-        QStringLiteral("import HOST | mark HOST | list [HOST] | translate [FILE...]"));
+        QStringLiteral("import HOST | mark HOST [FILE...] | list [HOST] | translate [FILE...]"));
     program.process();
     const QStringList args = parser.positionalArguments();
     if (args.value(0) == QLatin1String("translate"))
@@ -140,7 +142,7 @@ int main(int argc, char **argv)
     const QString path = vesk::configPath(parser);
     vesk::Program::leaveOutRepeats();
     return !path.isEmpty() && program.connect(path, vesk::Program::Unreadable::Refuse)
-            && followTimeZone(program.settings()) && execute(*command, args.value(1))
+            && followTimeZone(program.settings()) && execute(*command, args)
         ? 0
         : 1;
 }

@@ -69,6 +69,26 @@ private slots:
         QTEST(::text(single), "expected");
     }
 
+    void goesOnFromWhatIsStored()
+    {
+        Visits visits;
+        const auto stored
+            = [&visits](const char *visitor, qint64 id, const char *first, const char *last) {
+                  const Requests times = requests(QStringLiteral("x@%1 x@%2").arg(first, last));
+                  visits.takeUp(visitor, { id, times[0].at, times[1].at });
+              };
+        stored("a", 91, "10:00:00", "10:10:00");
+        stored("a", 92, "10:41:00", "10:50:00");
+        stored("b", 93, "10:00:00", "10:10:00");
+        stored("c", 94, "10:30:00", "10:31:00");
+        stored("d", 95, "10:30:00", "10:31:00");
+        QCOMPARE(
+            text(visits.numbers(requests("a@10:40:00 b@10:40:01 c@10:00:00 d@09:59:59 e@10:00:00"
+                                         " a@11:20:00 a@11:50:01 b@10:05:00"),
+                counter())),
+            "92,1,94,2,3,92,4,1");
+    }
+
     void drawsAgainWhatCouldNotBeDrawn()
     {
         Visits visits;

@@ -1,0 +1,89 @@
+#include "nightly/LedgerTables.h"
+
+#include "common/Db.h"
+
+namespace vesk::nightly {
+
+namespace {
+
+constexpr auto kFirst = R"(
+CREATE SCHEMA IF NOT EXISTS vesk_nightly;
+CREATE TABLE vesk_nightly.logs (
+    id bigint GENERATED ALWAYS AS IDENTITY PRIMARY KEY,
+    site_id integer NOT NULL REFERENCES vesk.sites (id) ON DELETE CASCADE,
+    first_line text NOT NULL,
+    content text NOT NULL,
+    bytes bigint NOT NULL,
+    name text NOT NULL,
+    lines bigint,
+    stored bigint,
+    at timestamptz NOT NULL DEFAULT now());
+CREATE INDEX ON vesk_nightly.logs (site_id, first_line);
+CREATE TABLE vesk_nightly.days (
+    site_id integer NOT NULL REFERENCES vesk.sites (id) ON DELETE CASCADE,
+    day date NOT NULL,
+    PRIMARY KEY (site_id, day));)";
+
+/// The first version had entries for logs in a strange format, which are looked at every night now.
+constexpr auto kCurrent = R"(
+DELETE FROM vesk_nightly.logs WHERE lines > 0 AND stored = 0;
+ALTER TABLE vesk_nightly.logs
+    ADD COLUMN first_at timestamptz,
+    ADD COLUMN last_at timestamptz,
+    ADD COLUMN beginnings bytea NOT NULL DEFAULT '',
+    ADD COLUMN seen timestamptz NOT NULL DEFAULT now();
+CREATE TABLE vesk_nightly.files (
+    site_id integer NOT NULL REFERENCES vesk.sites (id) ON DELETE CASCADE,
+    device bigint NOT NULL,
+    inode bigint NOT NULL,
+    modified bigint NOT NULL,
+    size bigint NOT NULL,
+    log_id bigint NOT NULL REFERENCES vesk_nightly.logs (id) ON DELETE CASCADE,
+    whole boolean NOT NULL,
+    settled boolean NOT NULL,
+    PRIMARY KEY (site_id, device, inode));
+CREATE TABLE vesk_nightly.young (
+    site_id integer NOT NULL REFERENCES vesk.sites (id) ON DELETE CASCADE,
+    content text NOT NULL,
+    runs integer NOT NULL,
+    PRIMARY KEY (site_id, content));)";
+
+bool runScript(const char *sql)
+{
+    QString error;
+    const bool done = db::execScript(QString::fromLatin1(sql), &error);
+    if (!done)
+        db::reportFailure(error);
+    return done;
+}
+
+} // namespace
+
+std::optional<LedgerVersion> ledgerVersion()
+{
+    auto q = db::run(QStringLiteral("SELECT to_regclass('vesk_nightly.days') IS NOT NULL,"
+                                    " to_regclass('vesk_nightly.young') IS NOT NULL"));
+    if (!q || !q->next())
+        return {};
+    if (q->value(1).toBool())
+        return LedgerVersion::Current;
+    return q->value(0).toBool() ? LedgerVersion::First : LedgerVersion::None;
+}
+
+bool createLedgerTables()
+{
+    auto version = ledgerVersion();
+    if (version == LedgerVersion::Current)
+        return true;
+    db::Transaction transaction;
+    // Of two sites' first runs at the same time one makes the tables, and the other waits.
+    if (!transaction.isOpen()
+        || !db::run(
+            QStringLiteral("SELECT pg_advisory_xact_lock(hashtextextended('vesk nightly', 0))")))
+        return false;
+    version = ledgerVersion();
+    return version && (version != LedgerVersion::None || runScript(kFirst))
+        && (version == LedgerVersion::Current || runScript(kCurrent)) && transaction.commit();
+}
+
+} // namespace vesk::nightly

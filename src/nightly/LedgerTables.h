@@ -1,0 +1,21 @@
+#pragma once
+
+#include <optional>
+
+namespace vesk::nightly {
+
+/// The tables of schema vesk_nightly as they are in the database.
+enum class LedgerVersion {
+    None,
+    First, ///< without files, times and beginnings of contents
+    Current,
+};
+
+/// Nothing, after the report of db::exec(), when the database cannot be asked.
+std::optional<LedgerVersion> ledgerVersion();
+
+/// Makes the tables that are missing, and turns those of the first version into the current ones.
+/// False after the report of db::exec().
+bool createLedgerTables();
+
+} // namespace vesk::nightly
