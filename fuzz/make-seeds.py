@@ -65,6 +65,16 @@ REFERRERS = [
     "mailto:a@b",
     'a\\"b\\\\c',
 ]
+OTHER_FORMATS = [
+    '{"ts":1772533230.5,"logger":"http.log.access","request":{"remote_ip":"::1","method":"GET",'
+    '"host":"example.org","uri":"/","headers":{"User-Agent":["UA"]}},"duration":1,"status":200}',
+    '{"ClientHost":"::1","RequestHost":"example.org","RequestMethod":"GET","RequestPath":"/",'
+    '"StartUTC":"2026-03-03T10:20:30.9Z","Duration":1,"DownstreamStatus":200}',
+    '{"time":"2026-03-03T10:20:30+00:00","remote_addr":"::1","request":"GET / HTTP/1.1",'
+    '"status":"200","request_time":"0.1","http_user_agent":"\udcff\\u0001"}',
+    'example.org:80 ::1 - - [03/Mar/2026:10:20:30 +0000] "GET / HTTP/1.1" 200 5 "-" "UA"',
+    '::1 - - [03/Mar/2026:10:20:30 +0000] "GET /" 200 5 "-" "UA" 1 "a@b" "http://::1" 5ms',
+]
 PASSWORDS = [
     "pbkdf2-sha256$310000$MDEyMzQ1Njc4OWFiY2RlZg==$J7HfxlC+tq0OjprN9Pfd4r5VRE+ZpxjAytDSHMB2U+I=",
     "pbkdf2-sha256$1$$",
@@ -161,6 +171,21 @@ def main():
         seed("logparser", line)
     for i in range(0, len(some), 3):
         seed("rowbuilder", "\n".join(some[i : i + 3]))
+    for target in TARGETS + ['/" 200 1 "evil', "/a\tb\n", "/\x7f%\n41"]:
+        for referrer in REFERRERS + ["\ufeff\u2028", "a\nb", "5ms"]:
+            fields = [
+                "GET",
+                target,
+                referrer,
+                'UA " 500 9 "x\\',
+                "example.org",
+                "404",
+                "1772533230",
+            ]
+            seed("translate", "\x1e".join(fields))
+    for line in OTHER_FORMATS:
+        seed("translate", line)
+        seed("translate", line + "\n" + some[0] + "\n\n{}\n" + line)
     for line in log:
         match = LINE.match(line)
         if match:
@@ -212,6 +237,7 @@ def main():
         "analytics/RowBuilder.cpp",
         "analytics/SearchImport.cpp",
         "common/Password.cpp",
+        "translate/JsonEntry.cpp",
     )
     words += [
         "%00",

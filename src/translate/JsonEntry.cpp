@@ -18,6 +18,7 @@ namespace {
 
 constexpr int kMaxStatus = 999; // RFC 9110, section 15: three digits
 constexpr double kMaxSeconds = 1e12; // beyond every year and duration, and well inside 64 bits
+constexpr auto kByteOrderMark = "\xef\xbb\xbf";
 
 /// The object on a line. Its texts are given as the bytes that the server wrote.
 class JsonLine
@@ -25,13 +26,16 @@ class JsonLine
 public:
     explicit JsonLine(QByteArrayView line)
     {
-        const QByteArray text = QByteArray::fromRawData(line.data(), line.size());
+        QByteArray text = QByteArray::fromRawData(line.data(), line.size());
+        // Qt would leave the mark out at the beginning of a text, if it is not escaped.
+        if (text.contains(kByteOrderMark))
+            text.replace('"' + QByteArray(kByteOrderMark), "\"\\ufeff");
         QJsonParseError error {};
         m_object = QJsonDocument::fromJson(text, &error).object();
         if (error.error != QJsonParseError::IllegalUTF8String)
             return;
         m_isLatin1 = true;
-        m_object = QJsonDocument::fromJson(QString::fromLatin1(text).toUtf8()).object();
+        m_object = QJsonDocument::fromJson(QString::fromLatin1(line).toUtf8()).object();
     }
 
     const QJsonObject &object() const { return m_object; }
