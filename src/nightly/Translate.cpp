@@ -119,9 +119,8 @@ bool translateLogs(const QStringList &files, const QString &host)
         sources.emplace_back([&log] { return log->next(); });
     translate::MergedLines lines(sources);
     const bool toTerminal = isatty(STDOUT_FILENO) == 1;
-    if (!toTerminal)
-        setvbuf(
-            stdout, nullptr, _IOFBF, BUFSIZ); // a call for each line would take most of the time
+    if (!toTerminal) // a call for each line would take most of the time
+        setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);
     for (auto line = lines.next(); line && !ferror(stdout); line = lines.next())
         write(*line, toTerminal);
 

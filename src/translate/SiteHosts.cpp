@@ -10,8 +10,8 @@ namespace vesk::translate {
 
 namespace {
 
-/// More bytes than any name has, in UTF-8: 253 characters (RFC 1035, section 2.3.4).
-constexpr qsizetype kMaxHostBytes = 1024;
+/// More bytes than a name has in UTF-8: its ASCII form has 253 at most (RFC 1035, section 2.3.4).
+constexpr qsizetype kMaxHostBytes = 512;
 
 QByteArrayView withoutPort(QByteArrayView host)
 {
