@@ -291,5 +291,16 @@ class Test(unittest.TestCase):
         for broken in ("[1]", '{"totals": ['):
             self.assertEqual(admin("import-gsc", "example.org", file("broken", broken)), nothing)
 
+    def test_case_of_hosts(self):
+        """As the database folds it, and how that is told: its locale C knows the letters of ASCII."""
+        plain = vesk.Database("plain", "TEMPLATE template0 LOCALE 'C'")
+        told = "it is stored as bÜcher.de: this database folds the case of ASCII letters alone, so"
+        told = f"0|added site bücher.de\n|{told} name the site by that spelling\n"
+        rows = [(["add-site", "BÜCHER.de", "Books"], told)]
+        rows += [(["rollup", "BÜCHER.DE"], "0|BÜCHER.DE: rolled up 0 days\n|")]
+        unknown = "1||unknown site bücher.de (add it with add-site)\n"
+        rows += [(["rollup", "bücher.de"], unknown)]
+        self.table(rows, lambda *arguments: outcome(plain.admin(*arguments)))
+
 
 unittest.main(argv=sys.argv[1:])

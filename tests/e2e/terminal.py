@@ -239,6 +239,7 @@ class Test(unittest.TestCase):
         help_text = DATABASE.admin("--help").stdout
         for arguments, named in (
             (["frobnicate"], "there is no command frobnicate"),
+            (["a\x1b[7m\u202e"], "there is no command a\ufffd[7m\ufffd"),
             (["rollup"], "wrong number of arguments, it is: vesk-admin rollup HOST"),
             ([], ""),
         ):
