@@ -172,7 +172,8 @@ private slots:
             if (format == Format::TraefikJson || format == Format::CaddyJson)
                 text = QString::fromUtf8(text).toUtf8(); // they are written in Go, which does that
             Sent sent { "/caf\u00e9", "https://www.google.com/?q=\u65e5", "" };
-            std::array { &sent.target, &sent.referrer, &sent.agent }.at(i / 6 % 3)->append(text);
+            std::array fields { &sent.target, &sent.referrer, &sent.agent };
+            fields[size_t(i) / 6 % 3]->append(text);
             const QByteArray line = written(format, sent);
             const auto entry = translate(format, line);
             QVERIFY2(entry && !entry->line.contains('\n'), line.constData());
