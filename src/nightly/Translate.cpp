@@ -101,11 +101,11 @@ void write(QByteArrayView line, bool toTerminal)
 
 } // namespace
 
-bool translateLogs(const QStringList &files, const QString &host)
+bool translateLogs(const QStringList &files, const std::optional<QString> &host)
 {
     std::optional<SiteHosts> hosts;
-    if (!host.isEmpty())
-        hosts.emplace(host, qEnvironmentVariable("VESK_HOSTS"));
+    if (host)
+        hosts.emplace(*host, qEnvironmentVariable("VESK_HOSTS"));
     std::vector<std::unique_ptr<Log>> logs;
     for (const QString &file : files)
         logs.push_back(std::make_unique<Log>(file, file, hosts));

@@ -16,6 +16,7 @@
 #include <ctime>
 #include <iterator>
 #include <limits>
+#include <optional>
 
 using namespace vesk::nightly;
 using vesk::Site;
@@ -127,14 +128,18 @@ int main(int argc, char **argv)
 {
     vesk::Program program("vesk-nightly", argc, argv);
     QCommandLineParser &parser = program.parser();
-    parser.addOption(QCommandLineOption(QStringLiteral("host"),
-        QStringLiteral("The site whose lines translate takes."), QStringLiteral("host")));
+    const QCommandLineOption host(QStringLiteral("host"),
+        QStringLiteral("The site whose lines translate takes."), QStringLiteral("host"));
+    parser.addOption(host);
     parser.addPositionalArgument(QStringLiteral("command"),
         QStringLiteral("import HOST | mark HOST [FILE...] | list [HOST] | translate [FILE...]"));
     program.process();
     const QStringList args = parser.positionalArguments();
     if (args.value(0) == QLatin1String("translate"))
-        return translateLogs(args.mid(1), parser.value(QStringLiteral("host"))) ? 0 : 1;
+        return translateLogs(args.mid(1),
+                   parser.isSet(host) ? std::optional(parser.value(host)) : std::nullopt)
+            ? 0
+            : 1;
     const auto command = std::find_if(std::begin(kCommands), std::end(kCommands),
         [&args](const Command &row) { return row.takes(args); });
     if (command == std::end(kCommands))
