@@ -66,11 +66,17 @@ Sent sentBy(QByteArrayView input)
     return sent;
 }
 
+/// Qt would take a byte order mark at the beginning away.
+QString decoded(const QByteArray &utf8)
+{
+    return QString::fromUtf8('x' + utf8).sliced(1);
+}
+
 /// The same as a server sees it that is written in Go: in its texts what is not UTF-8 is replaced.
 Sent inUtf8(Sent sent)
 {
     for (QByteArray *text : { &sent.target, &sent.referrer, &sent.agent, &sent.host })
-        *text = QString::fromUtf8(*text).toUtf8();
+        *text = decoded(*text).toUtf8();
     return sent;
 }
 
@@ -105,29 +111,28 @@ QByteArray traefikJson(const Sent &sent)
 {
     const QDateTime at = QDateTime::fromSecsSinceEpoch(sent.at, Qt::UTC);
     const QJsonObject line { { QStringLiteral("ClientHost"), QStringLiteral("192.0.2.7") },
-        { QStringLiteral("RequestHost"), QString::fromUtf8(sent.host) },
-        { QStringLiteral("RequestMethod"), QString::fromUtf8(sent.method) },
-        { QStringLiteral("RequestPath"), QString::fromUtf8(sent.target) },
+        { QStringLiteral("RequestHost"), decoded(sent.host) },
+        { QStringLiteral("RequestMethod"), decoded(sent.method) },
+        { QStringLiteral("RequestPath"), decoded(sent.target) },
         { QStringLiteral("DownstreamStatus"), sent.status },
         { QStringLiteral("DownstreamContentSize"), 5 },
         { QStringLiteral("StartUTC"), at.addMSecs(999).toString(Qt::ISODateWithMs) },
         { QStringLiteral("Duration"), 37000999 },
-        { QStringLiteral("request_Referer"), QString::fromUtf8(sent.referrer) },
-        { QStringLiteral("request_User-Agent"), QString::fromUtf8(sent.agent) } };
+        { QStringLiteral("request_Referer"), decoded(sent.referrer) },
+        { QStringLiteral("request_User-Agent"), decoded(sent.agent) } };
     return QJsonDocument(line).toJson(QJsonDocument::Compact);
 }
 
 QByteArray caddyJson(const Sent &sent)
 {
     const QJsonObject headers {
-        { QStringLiteral("Referer"), QJsonArray { QString::fromUtf8(sent.referrer) } },
-        { QStringLiteral("User-Agent"), QJsonArray { QString::fromUtf8(sent.agent) } },
+        { QStringLiteral("Referer"), QJsonArray { decoded(sent.referrer) } },
+        { QStringLiteral("User-Agent"), QJsonArray { decoded(sent.agent) } },
     };
     const QJsonObject request { { QStringLiteral("client_ip"), QStringLiteral("192.0.2.7") },
-        { QStringLiteral("host"), QString::fromUtf8(sent.host) },
-        { QStringLiteral("method"), QString::fromUtf8(sent.method) },
-        { QStringLiteral("uri"), QString::fromUtf8(sent.target) },
-        { QStringLiteral("headers"), headers } };
+        { QStringLiteral("host"), decoded(sent.host) },
+        { QStringLiteral("method"), decoded(sent.method) },
+        { QStringLiteral("uri"), decoded(sent.target) }, { QStringLiteral("headers"), headers } };
     const QJsonObject line { { QStringLiteral("ts"), static_cast<double>(sent.at) + 0.5 },
         { QStringLiteral("status"), sent.status }, { QStringLiteral("size"), 5 },
         { QStringLiteral("duration"), 0.037 }, { QStringLiteral("request"), request } };
