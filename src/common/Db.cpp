@@ -108,6 +108,18 @@ std::optional<QSqlQuery> run(const QString &sql, const QVariantList &values)
     return q;
 }
 
+std::optional<QSqlQuery> runNamed(const QString &sql, const QVariantMap &values)
+{
+    QSqlQuery q;
+    q.setForwardOnly(true);
+    q.prepare(sql);
+    for (auto value = values.begin(); value != values.end(); ++value)
+        q.bindValue(value.key(), value.value());
+    if (!exec(q))
+        return {};
+    return q;
+}
+
 void reportFailure(const QString &errorText, const QString &sqlState)
 {
     if (sqlState != kPreparedTwice && sqlState != kNeverPrepared) {

@@ -31,6 +31,11 @@ bool exec(QSqlQuery &q);
 /// after a failure, which is reported as by exec().
 std::optional<QSqlQuery> run(const QString &sql, const QVariantList &values = {});
 
+/// The same with placeholders like ":site", whose values are found under that name; values that
+/// \a sql does not name are left out. The rows can be read only once, and a failure may come while
+/// they are.
+std::optional<QSqlQuery> runNamed(const QString &sql, const QVariantMap &values);
+
 /// Reports the text of a failed statement, as exec() does. That a statement was prepared twice or
 /// never, which \a sqlState tells, is explained, and only the first time: it is so again and again
 /// behind a pooler that hands the connection to others between transactions.

@@ -126,6 +126,14 @@ Chart course(const Period &period, int most, const List &numbers, const DayValue
     return chart;
 }
 
+Chart course(const DaySeries &series, int most)
+{
+    Chart chart = course(series.period, most, series.numbers,
+        [&series](QDate day) { return series.values.value(day); });
+    chart.stacked = series.stacked;
+    return chart;
+}
+
 Chart weekdays(const Period &period, const List &numbers, const DayValues &valuesOf)
 {
     Chart chart { numbers };

@@ -14,6 +14,9 @@ using DayValues = std::function<QList<Value>(QDate day)>;
 /// which counts no days of which nothing is known. \a title is followed by "by day" or the like.
 Chart course(const Period &period, int most, const List &numbers, const DayValues &valuesOf);
 
+/// The chart of a series.
+Chart course(const DaySeries &series, int most);
+
 /// The average Monday to Sunday of a period.
 Chart weekdays(const Period &period, const List &numbers, const DayValues &valuesOf);
 

@@ -1,4 +1,5 @@
 #include "report/Html.h"
+
 #include "common/Text.h"
 
 #include <QFile>
@@ -80,6 +81,12 @@ void Html::leaf(const char *tag, const QString &text, const Attributes &attribut
     open(tag, attributes);
     m_xml.writeCharacters(text);
     close();
+}
+
+void Html::paragraph(const QString &text, const char *kind)
+{
+    if (!text.isEmpty())
+        leaf("p", text, { { "class", QLatin1String(kind) } });
 }
 
 void Html::stranger(const QString &text)

@@ -1,8 +1,7 @@
 #pragma once
 
-#include "report/Report.h"
-
 #include <QByteArray>
+#include <QString>
 #include <QXmlStreamWriter>
 
 #include <initializer_list>
@@ -26,6 +25,9 @@ public:
     void open(const char *tag, const Attributes &attributes = {});
     void close();
     void text(const QString &text) { m_xml.writeCharacters(text); }
+
+    /// A paragraph of the class \a kind; none when \a text is empty.
+    void paragraph(const QString &text, const char *kind);
 
     /// An element with nothing but a text, which may be empty.
     void leaf(const char *tag, const QString &text, const Attributes &attributes = {});
@@ -54,12 +56,5 @@ public:
 private:
     Html &m_html;
 };
-
-/// Upright bars, and the same in numbers below.
-void writeChart(Html &html, const Chart &chart);
-
-/// A heading, and the rows with a bar for the first column. \a site is the host whose own links
-/// are shown without it.
-void writeList(Html &html, const List &list, const QString &site);
 
 } // namespace vesk::report

@@ -1,5 +1,6 @@
+#include "report/HtmlChart.h"
+
 #include "common/Text.h"
-#include "report/Html.h"
 
 #include <algorithm>
 #include <cmath>
@@ -174,6 +175,8 @@ void writeNumbers(Html &html, const List &numbers)
 void writeChart(Html &html, const Chart &chart)
 {
     const QList<Row> &rows = chart.numbers.rows;
+    if (rows.size() < 2)
+        return;
     double most = 1;
     const Row *best = nullptr;
     for (const Row &row : rows) {
@@ -186,8 +189,7 @@ void writeChart(Html &html, const Chart &chart)
     const double top = step * std::ceil(most / step);
     const Element section(html, "section");
     html.leaf("h2", chart.numbers.title);
-    if (!chart.numbers.note.isEmpty())
-        html.leaf("p", chart.numbers.note, { { "class", QStringLiteral("soft") } });
+    html.paragraph(chart.numbers.note, "soft");
     if (chart.stacked)
         writeLegend(html);
     const QString about = chart.numbers.title

@@ -1,5 +1,7 @@
 #include "common/Text.h"
-#include "report/Html.h"
+#include "report/Course.h"
+#include "report/HtmlChart.h"
+#include "report/HtmlList.h"
 #include "report/Writers.h"
 
 #include <algorithm>
@@ -8,11 +10,7 @@ namespace vesk::report {
 
 namespace {
 
-void paragraph(Html &html, const QString &text, const char *kind)
-{
-    if (!text.isEmpty())
-        html.leaf("p", text, { { "class", QLatin1String(kind) } });
-}
+constexpr int kMostBars = 92;
 
 /// A large figure with notes below.
 void writeTile(Html &html, const QString &name, const QString &value, const QStringList &notes)
@@ -57,7 +55,7 @@ void writePeople(Html &html, const Report &report)
         }
     }
     if (report.period.days() > 1)
-        paragraph(html,
+        html.paragraph(
             QStringLiteral("Every day counts its visitors anew: who came on two days is in these "
                            "sums twice."),
             "soft");
@@ -72,18 +70,19 @@ void writeLists(Html &html, const Report &report, const QList<List> &lists, bool
         writeList(html, list, report.host);
 }
 
-void writePages(Html &html, const Report &report)
+void writePageLists(Html &html, const Report &report)
 {
     const Element section(html, "section");
     html.leaf("h2", QStringLiteral("Pages"));
-    writeLists(html, report, pick(report.lists, { "pages" }), false);
+    writeLists(html, report, pick(report.lists, { ListId::Pages }), false);
     writeLists(html, report,
-        pick(report.lists, { "entry_pages", "exit_pages", "visit_lengths", "visit_pages" }));
+        pick(report.lists,
+            { ListId::EntryPages, ListId::ExitPages, ListId::VisitLengths, ListId::VisitPages }));
 }
 
 /// One list on the one side, several on the other.
 void writeSides(Html &html, const Report &report, const char *title,
-    std::initializer_list<const char *> left, std::initializer_list<const char *> right)
+    std::initializer_list<ListId> left, std::initializer_list<ListId> right)
 {
     const Element section(html, "section");
     html.leaf("h2", QLatin1String(title));
@@ -97,13 +96,12 @@ void writeSearch(Html &html, const Report &report)
     const Search &search = report.search;
     const Element section(html, "section");
     html.leaf("h2", QStringLiteral("Search console"));
-    paragraph(html,
-        QStringLiteral("What the search engines report of %1. They are some days late.")
-            .arg(periodName(search.period)),
+    html.paragraph(QStringLiteral("What the search engines report of %1. They are some days late.")
+                       .arg(periodName(search.period)),
         "soft");
     if (search.engines.isEmpty()) {
-        paragraph(
-            html, QStringLiteral("No figures (import them with vesk-admin import-gsc)."), "none");
+        html.paragraph(
+            QStringLiteral("No figures (import them with vesk-admin import-gsc)."), "none");
         return;
     }
     for (const SearchEngine &engine : search.engines) {
@@ -121,7 +119,7 @@ void writeRequests(Html &html, const Report &report)
     const Element section(html, "section");
     html.leaf("h2", QStringLiteral("All requests"));
     writeTiles(html, report.requests);
-    writeLists(html, report, pick(report.lists, { "crawlers", "missing_pages" }));
+    writeLists(html, report, pick(report.lists, { ListId::Crawlers, ListId::MissingPages }));
 }
 
 void writeServer(Html &html, const Report &report)
@@ -130,18 +128,19 @@ void writeServer(Html &html, const Report &report)
     {
         const Element section(html, "section");
         html.leaf("h2", QStringLiteral("Server"));
-        paragraph(html, server.note, "soft");
+        html.paragraph(server.note, "soft");
         if (!server.known)
             return;
         writeTiles(html, server.totals);
         writeLists(html, report,
-            pick(server.lists, { "status_classes", "statuses", "clients", "file_types" }));
+            pick(server.lists,
+                { ListId::StatusClasses, ListId::Statuses, ListId::Clients, ListId::FileTypes }));
         writeLists(html, report,
             pick(server.lists,
-                { "missing_files", "errors", "slow_paths", "downloads", "scanner_addresses" }));
+                { ListId::MissingFiles, ListId::Errors, ListId::SlowPaths, ListId::Downloads,
+                    ListId::ScannerAddresses }));
     }
-    if (server.days.numbers.rows.size() > 1)
-        writeChart(html, server.days);
+    writeChart(html, course(server.days, kMostBars));
 }
 
 void writeHead(Html &html, const Report &report)
@@ -156,7 +155,7 @@ void writeHead(Html &html, const Report &report)
         html.close();
     }
     html.leaf("p", periodTitle(report), { { "class", QStringLiteral("period") } });
-    paragraph(html, report.notes.join(u' '), "soft");
+    html.paragraph(report.notes.join(u' '), "soft");
 }
 
 /// What the figures mean, and what they leave out.
@@ -184,82 +183,14 @@ void writeFoot(Html &html, const Report &report)
         report.everyone
             ? QStringLiteral("The lists show both; the large figures and dark bars are people.")
             : QStringLiteral("The lists of pages, sources, visits and visitors show people."));
-    for (const List &list : pick(report.lists, { "countries" })) {
+    for (const List &list : pick(report.lists, { ListId::Countries })) {
         if (std::any_of(list.rows.begin(), list.rows.end(),
                 [](const Row &row) { return !row.key.isEmpty(); }))
             html.leaf("p", QStringLiteral("Countries: IP data by DB-IP, CC BY 4.0."));
     }
 }
 
-/// The first cell: what the row is about, with a bar that is long by \a share.
-void writeKey(Html &html, const List &list, const Row &row, double share, const QString &site)
-{
-    const Element cell(html, "th", { { "scope", QStringLiteral("row") } });
-    if (row.name.isEmpty())
-        html.stranger(row.key);
-    else
-        html.text(clean(row.name));
-    if (list.detailId == QLatin1String("referrer") && !row.detail.isEmpty()) {
-        const Element note(html, "small");
-        html.text(QStringLiteral("from "));
-        html.stranger(shownLink(row.detail, site));
-    } else if (!row.detail.isEmpty() && row.name.isEmpty()) {
-        html.text(QStringLiteral(" "));
-        html.leaf("span", clean(row.detail), { { "class", QStringLiteral("kind") } });
-    }
-    const Element svg(html, "svg",
-        { { "class", QStringLiteral("bar") }, { "aria-hidden", QStringLiteral("true") },
-            { "height", QStringLiteral("5") } });
-    html.leaf("rect", {},
-        { { "width", QString::number(100 * share, 'f', 2) + u'%' },
-            { "height", QStringLiteral("5") } });
-}
-
-void writeTable(Html &html, const List &list, const QString &site)
-{
-    const Element table(html, "table", { { "aria-labelledby", list.id } });
-    html.open("thead");
-    html.open("tr");
-    html.leaf("th", list.key.head, { { "scope", QStringLiteral("col") } });
-    for (const Column &column : list.columns)
-        html.leaf("th", column.head, { { "scope", QStringLiteral("col") } });
-    html.close();
-    html.close();
-    double most = 0;
-    for (const Row &row : list.rows)
-        most = std::max(most, row.values[0].value_or(0));
-    const Element body(html, "tbody");
-    for (const Row &row : list.rows) {
-        const Element line(html, "tr");
-        writeKey(html, list, row, most > 0 ? row.values[0].value_or(0) / most : 0, site);
-        for (qsizetype i = 0; i < list.columns.size(); ++i) {
-            const Unit unit = list.columns[i].unit;
-            const Element cell(html, "td");
-            html.text(show(row.values[i], unit));
-            if (i == 0 && row.before)
-                html.leaf("small", change(row.values[i], row.before, unit));
-        }
-    }
-}
-
 } // namespace
-
-void writeList(Html &html, const List &list, const QString &site)
-{
-    const Element element(html, "div", { { "class", QStringLiteral("list") } });
-    html.leaf("h3", list.title, { { "id", list.id } });
-    if (list.rows.isEmpty()) {
-        html.leaf("p", QStringLiteral("None."), { { "class", QStringLiteral("none") } });
-        return;
-    }
-    paragraph(html, list.note, "soft");
-    writeTable(html, list, site);
-    if (list.total > list.rows.size())
-        paragraph(html,
-            QStringLiteral("and %1 more, which --rows all shows")
-                .arg(grouped(double(list.total - list.rows.size()))),
-            "more");
-}
 
 QByteArray toHtml(const Report &report)
 {
@@ -268,15 +199,16 @@ QByteArray toHtml(const Report &report)
     {
         const Element main(html, "main");
         writePeople(html, report);
-        for (const Chart &chart : report.charts) {
-            if (chart.numbers.rows.size() > 1)
-                writeChart(html, chart);
-        }
-        writePages(html, report);
+        writeChart(html, course(report.visitors, kMostBars));
+        for (const Chart &chart : report.charts)
+            writeChart(html, chart);
+        writePageLists(html, report);
         writeSides(html, report, "Sources of visits",
-            { "source_kinds", "search_terms", "campaigns", "search_terms_and_campaigns" },
-            { "sources" });
-        writeSides(html, report, "Visitors", { "countries" }, { "devices", "browsers", "systems" });
+            { ListId::SourceKinds, ListId::SearchTerms, ListId::Campaigns,
+                ListId::TermsAndCampaigns },
+            { ListId::Sources });
+        writeSides(html, report, "Visitors", { ListId::Countries },
+            { ListId::Devices, ListId::Browsers, ListId::Systems });
         writeSearch(html, report);
         writeRequests(html, report);
         writeServer(html, report);

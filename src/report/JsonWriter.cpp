@@ -1,14 +1,19 @@
 #include "report/Writers.h"
 
+#include "report/Course.h"
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 
 #include <cmath>
+#include <limits>
 
 namespace vesk::report {
 
 namespace {
+
+constexpr int kMostBars = std::numeric_limits<int>::max() / 7; ///< one for each day
 
 QString iso(QDate day)
 {
@@ -73,7 +78,7 @@ QJsonArray rows(const List &list)
     return array;
 }
 
-QJsonObject json(const QList<List> &lists)
+QJsonObject json(const QMap<ListId, List> &lists)
 {
     QJsonObject object;
     for (const List &list : lists)
@@ -89,7 +94,7 @@ QJsonObject json(const Server &server)
     if (!server.known)
         return object;
     object[QStringLiteral("totals")] = plain(server.totals);
-    object[QStringLiteral("days")] = rows(server.days.numbers);
+    object[QStringLiteral("days")] = rows(course(server.days, kMostBars).numbers);
     object[QStringLiteral("lists")] = json(server.lists);
     return object;
 }
@@ -103,14 +108,16 @@ QJsonObject json(const Search &search)
             { QStringLiteral("totals"), plain(engine.figures) } };
     return { { QStringLiteral("period"), json(search.period) },
         { QStringLiteral("engines"), engines },
-        { QStringLiteral("lists"), json(QList<List> { search.queries }) } };
+        { QStringLiteral("lists"),
+            json(QMap<ListId, List> { { ListId::Queries, search.queries } }) } };
 }
 
 } // namespace
 
 QByteArray toJson(const Report &report)
 {
-    QJsonObject charts;
+    QJsonObject charts { { report.visitors.numbers.id,
+        rows(course(report.visitors, kMostBars).numbers) } };
     for (const Chart &chart : report.charts)
         charts[chart.numbers.id] = rows(chart.numbers);
     const QJsonObject object { { QStringLiteral("format"), 1 },

@@ -8,27 +8,9 @@ namespace vesk::report {
 
 namespace {
 
-/// A list before it is filled. Its column "share" is the part that the first value is of all.
-struct Plan
-{
-    const char *lines; ///< its name in the statements
-    List list;
-};
-
 QString latin(const char *text)
 {
     return QString::fromUtf8(text);
-}
-
-Column column(const char *id, const char *head, Unit unit = Unit::Count)
-{
-    return { latin(id), latin(head), unit };
-}
-
-Plan plan(const char *lines, const char *id, const char *title, const Column &key,
-    const QList<Column> &columns, const char *detail = "", const char *note = "")
-{
-    return { lines, { latin(id), latin(title), key, latin(detail), columns, {}, 0, latin(note) } };
 }
 
 template <std::size_t N> QString bucketName(const QString &place, const char *const (&names)[N])
@@ -75,73 +57,7 @@ QString countryName(const QString &code)
     return territory == QLocale::AnyTerritory ? code : QLocale::territoryToString(territory);
 }
 
-QString capitalised(const QString &text)
-{
-    return text.left(1).toUpper() + text.mid(1);
-}
-
-/// How a key is shown; empty when as it is.
-QString nameOf(const QString &list, const QString &key)
-{
-    if (list == QLatin1String("country"))
-        return countryName(key);
-    if (list == QLatin1String("kind"))
-        return kindName(key);
-    if (list == QLatin1String("length"))
-        return bucketName(key, kLengths);
-    if (list == QLatin1String("depth"))
-        return key == QLatin1String("0") ? QStringLiteral("1 page") : bucketName(key, kDepths);
-    if (list == QLatin1String("class"))
-        return key + u' ' + bucketName(key.left(1), kStatusClasses);
-    if (list == QLatin1String("status"))
-        return key + u' ' + statusNames().value(key.toInt());
-    if (list == QLatin1String("device") || list == QLatin1String("client"))
-        return capitalised(key);
-    return {};
-}
-
-Row rowOf(const List &list, const QString &lines, const Line &line)
-{
-    Row row { line.key, nameOf(lines, line.key), line.detail, {}, line.before };
-    if (lines == QLatin1String("source")) { // kind, tab, name
-        row.detail = line.key.section(u'\t', 0, 0);
-        row.key = line.key.section(u'\t', 1);
-        row.name = row.key.isEmpty() ? kindName(row.detail) : QString();
-    }
-    qsizetype next = 0;
-    for (const Column &column : list.columns) {
-        if (column.id == QLatin1String("share"))
-            row.values += line.whole > 0 ? Value(line.values[0].value_or(0) / line.whole) : Value();
-        else
-            row.values += line.values.value(next++);
-    }
-    return row;
-}
-
-QList<List> filled(const QList<Plan> &plans, const Lines &lines)
-{
-    QList<List> lists;
-    for (const auto &[name, empty] : plans) {
-        List list = empty;
-        const QString key = latin(name);
-        for (const Line &line : lines.value(key)) {
-            list.rows += rowOf(list, key, line);
-            list.total = line.total;
-        }
-        lists += list;
-    }
-    return lists;
-}
-
-const Column kVisits = column("visits", "Visits");
-const Column kVisitors = column("visitors", "Visitors");
-const Column kRequests = column("requests", "Requests");
-const Column kPath = column("path", "Path");
-const Column kShare = column("share", "Share", Unit::Rate);
-const Column kBytes = column("bytes", "Data", Unit::Bytes);
-
-} // namespace
-
+/// "Search engines" for "search" and so on.
 QString kindName(const QString &kind)
 {
     static const QHash<QString, QString> names {
@@ -157,87 +73,187 @@ QString kindName(const QString &kind)
     return names.value(kind, kind);
 }
 
-QList<List> rollupLists(const Lines &lines, bool split)
+QString capitalised(const QString &text)
 {
-    QList<Plan> plans {
-        plan("page", "pages", "Most viewed", column("path", "Page"),
-            { column("views", "Views"), kVisitors, column("seconds", "Time", Unit::Seconds) }),
-        plan("kind", "source_kinds", "Kinds", column("kind", "Kind"), { kVisits, kShare }),
-        plan("source", "sources", "Services and sites", column("source", "Source"),
-            { kVisits, kShare }, "kind"),
-        plan("country", "countries", "Countries", column("country", "Country"),
-            { kVisitors, kShare }),
-        plan("device", "devices", "Devices", column("device", "Device"), { kVisitors, kShare }),
-        plan(
-            "browser", "browsers", "Browsers", column("browser", "Browser"), { kVisitors, kShare }),
-        plan("os", "systems", "Systems", column("system", "System"), { kVisitors, kShare }),
-        plan("bot", "crawlers", "Crawlers", column("crawler", "Crawler"),
-            { kRequests, column("pages", "Pages") }),
-        plan("notfound", "missing_pages", "Missing pages", kPath, { kRequests }, "",
-            "Pages that were asked for and are not there (404), without the requests of scanners."),
-    };
-    if (split)
-        plans += {
-            plan("term", "search_terms", "Search terms", column("term", "Term"), { kVisits }),
-            plan("campaign", "campaigns", "Campaigns", column("campaign", "Campaign"), { kVisits })
-        };
-    else
-        plans += plan("terms", "search_terms_and_campaigns", "Search terms and campaigns",
-            column("term", "Term or campaign"), { kVisits });
-    return filled(plans, lines);
+    return text.left(1).toUpper() + text.mid(1);
 }
 
-QList<List> visitLists(const Lines &lines)
+/// How a key is shown; empty when as it is.
+QString nameOf(ListId list, const QString &key)
 {
-    const Column page = column("path", "Page");
-    return filled(
-        {
-            plan("entry", "entry_pages", "Entry pages", page, { kVisits, kShare }),
-            plan("exit", "exit_pages", "Exit pages", page, { kVisits, kShare }),
-            plan("length", "visit_lengths", "Visits by length", column("bucket", "Length"),
-                { kVisits, kShare }),
-            plan("depth", "visit_pages", "Visits by pages", column("bucket", "Pages"),
-                { kVisits, kShare }),
-        },
-        lines);
+    switch (list) {
+    case ListId::Countries:
+        return countryName(key);
+    case ListId::SourceKinds:
+        return kindName(key);
+    case ListId::VisitLengths:
+        return bucketName(key, kLengths);
+    case ListId::VisitPages:
+        return key == QLatin1String("0") ? QStringLiteral("1 page") : bucketName(key, kDepths);
+    case ListId::StatusClasses:
+        return key + u' ' + bucketName(key.left(1), kStatusClasses);
+    case ListId::Statuses:
+        return key + u' ' + statusNames().value(key.toInt());
+    case ListId::Devices:
+    case ListId::Clients:
+        return capitalised(key);
+    default:
+        return {};
+    }
 }
 
-List queryList(const Lines &lines)
+Row rowOf(ListId id, const List &list, const Line &line)
 {
-    return filled({ plan("query", "queries", "Queries", column("query", "Query"),
-                      { column("clicks", "Clicks"), column("impressions", "Shown"),
-                          column("click_rate", "Rate", Unit::Rate),
-                          column("position", "Position", Unit::Position) }) },
-        lines)
-        .first();
+    Row row { line.key, nameOf(id, line.key), line.detail, {}, line.before };
+    if (id == ListId::Sources) { // kind, tab, name
+        row.detail = line.key.section(u'\t', 0, 0);
+        row.key = line.key.section(u'\t', 1);
+        row.name = row.key.isEmpty() ? kindName(row.detail) : QString();
+    }
+    qsizetype next = 0;
+    for (const Column &column : list.columns) {
+        if (column.id == QLatin1String("share"))
+            row.values += line.whole > 0 ? Value(line.values[0].value_or(0) / line.whole) : Value();
+        else
+            row.values += line.values.value(next++);
+    }
+    return row;
 }
 
-QList<List> serverLists(const Lines &lines, bool addresses)
+/// A figure of a list or a chart.
+constexpr struct
 {
-    QList<Plan> plans {
-        plan("class", "status_classes", "Classes of status", column("class", "Class"),
-            { kRequests, kShare, kBytes }),
-        plan("status", "statuses", "Statuses", column("status", "Status"),
-            { kRequests, kShare, kBytes }),
-        plan("client", "clients", "Who asked", column("client", "Who"),
-            { kRequests, kShare, kBytes, kVisitors }),
-        plan("type", "file_types", "File types", column("type", "Type"),
-            { kBytes, kShare, kRequests }),
-        plan("missing", "missing_files", "Missing files", kPath,
-            { kRequests, column("by_scanners", "By scanners") }, "referrer",
-            "All that is not there or gone (404, 410), with the address that links to it most."),
-        plan("error", "errors", "Server errors", kPath, { kRequests }, "status"),
-        plan("slow", "slow_paths", "Slowest paths", kPath,
-            { column("percentile_95_us", "95 %", Unit::Microseconds),
-                column("median_us", "Median", Unit::Microseconds),
-                column("longest_us", "Longest", Unit::Microseconds), kRequests },
-            "", "Paths with five requests or more; 95 % of them took no longer."),
-        plan("download", "downloads", "Downloads", kPath, { kBytes, kRequests }),
-    };
-    if (addresses)
-        plans += plan("address", "scanner_addresses", "Addresses of scanners",
-            column("address", "Address"), { kRequests, kBytes });
-    return filled(plans, lines);
+    const char *id;
+    const char *head;
+    Unit unit = Unit::Count;
+} kColumns[] = {
+    { "by_scanners", "By scanners" },
+    { "bytes", "Data", Unit::Bytes },
+    { "click_rate", "Rate", Unit::Rate },
+    { "clicks", "Clicks" },
+    { "impressions", "Shown" },
+    { "longest_us", "Longest", Unit::Microseconds },
+    { "median_us", "Median", Unit::Microseconds },
+    { "pages", "Pages" },
+    { "pageviews", "Page views" },
+    { "percentile_95_us", "95 %", Unit::Microseconds },
+    { "position", "Position", Unit::Position },
+    { "requests", "Requests" },
+    { "seconds", "Time", Unit::Seconds },
+    { "share", "Share", Unit::Rate }, // the part that the first value is of all
+    { "unverified", "Unverified" },
+    { "views", "Views" },
+    { "visitors", "Visitors" },
+    { "visits", "Visits" },
+};
+
+/// A list: the name of its lines in the statements, its name in JSON, its title, its key, and the
+/// figures as in columnsOf().
+constexpr struct
+{
+    ListId id;
+    const char *lines;
+    const char *name = "";
+    const char *title = "";
+    const char *key = "";
+    const char *head = "";
+    const char *columns = "";
+    const char *detail = "";
+    const char *note = "";
+} kLists[] = {
+    { ListId::Pages, "page", "pages", "Most viewed", "path", "Page", "views visitors seconds" },
+    { ListId::EntryPages, "entry", "entry_pages", "Entry pages", "path", "Page", "visits share" },
+    { ListId::ExitPages, "exit", "exit_pages", "Exit pages", "path", "Page", "visits share" },
+    { ListId::VisitLengths, "length", "visit_lengths", "Visits by length", "bucket", "Length",
+        "visits share" },
+    { ListId::VisitPages, "depth", "visit_pages", "Visits by pages", "bucket", "Pages",
+        "visits share" },
+    { ListId::SourceKinds, "kind", "source_kinds", "Kinds", "kind", "Kind", "visits share" },
+    { ListId::Sources, "source", "sources", "Services and sites", "source", "Source",
+        "visits share", "kind" },
+    { ListId::SearchTerms, "term", "search_terms", "Search terms", "term", "Term", "visits" },
+    { ListId::Campaigns, "campaign", "campaigns", "Campaigns", "campaign", "Campaign", "visits" },
+    { ListId::TermsAndCampaigns, "terms", "search_terms_and_campaigns",
+        "Search terms and campaigns", "term", "Term or campaign", "visits" },
+    { ListId::Countries, "country", "countries", "Countries", "country", "Country",
+        "visitors share" },
+    { ListId::Devices, "device", "devices", "Devices", "device", "Device", "visitors share" },
+    { ListId::Browsers, "browser", "browsers", "Browsers", "browser", "Browser", "visitors share" },
+    { ListId::Systems, "os", "systems", "Systems", "system", "System", "visitors share" },
+    { ListId::Crawlers, "bot", "crawlers", "Crawlers", "crawler", "Crawler", "requests pages" },
+    { ListId::MissingPages, "notfound", "missing_pages", "Missing pages", "path", "Path",
+        "requests", "",
+        "Pages that were asked for and are not there (404), without the requests of scanners." },
+    { ListId::StatusClasses, "class", "status_classes", "Classes of status", "class", "Class",
+        "requests share bytes" },
+    { ListId::Statuses, "status", "statuses", "Statuses", "status", "Status",
+        "requests share bytes" },
+    { ListId::Clients, "client", "clients", "Who asked", "client", "Who",
+        "requests share bytes visitors" },
+    { ListId::FileTypes, "type", "file_types", "File types", "type", "Type",
+        "bytes share requests" },
+    { ListId::MissingFiles, "missing", "missing_files", "Missing files", "path", "Path",
+        "requests by_scanners", "referrer",
+        "All that is not there or gone (404, 410), with the address that links to it most." },
+    { ListId::Errors, "error", "errors", "Server errors", "path", "Path", "requests", "status" },
+    { ListId::SlowPaths, "slow", "slow_paths", "Slowest paths", "path", "Path",
+        "percentile_95_us median_us longest_us requests", "",
+        "Paths with five requests or more; 95 % of them took no longer." },
+    { ListId::Downloads, "download", "downloads", "Downloads", "path", "Path", "bytes requests" },
+    { ListId::ScannerAddresses, "address", "scanner_addresses", "Addresses of scanners", "address",
+        "Address", "requests bytes" },
+    { ListId::Queries, "query", "queries", "Queries", "query", "Query",
+        "clicks impressions click_rate position" },
+    { ListId::Days, "day" },
+    { ListId::CampaignNames, "campaign_name" },
+};
+
+List emptyList(ListId id)
+{
+    List list;
+    for (const auto &layout : kLists) {
+        if (layout.id == id)
+            list = { latin(layout.name), latin(layout.title),
+                { latin(layout.key), latin(layout.head) }, latin(layout.detail),
+                columnsOf(layout.columns), {}, 0, latin(layout.note), id == ListId::MissingFiles };
+    }
+    return list;
+}
+
+} // namespace
+
+QList<Column> columnsOf(const char *ids)
+{
+    QList<Column> columns;
+    for (const QString &id : QString::fromLatin1(ids).split(u' ')) {
+        for (const auto &[name, head, unit] : kColumns) {
+            if (id == QLatin1String(name))
+                columns += { id, latin(head), unit };
+        }
+    }
+    return columns;
+}
+
+std::optional<ListId> listOf(const QString &name)
+{
+    for (const auto &layout : kLists) {
+        if (name == QLatin1String(layout.lines))
+            return layout.id;
+    }
+    return {};
+}
+
+QMap<ListId, List> filled(const Lines &lines, std::initializer_list<ListId> ids)
+{
+    QMap<ListId, List> lists;
+    for (const ListId id : ids) {
+        List &list = lists[id] = emptyList(id);
+        for (const Line &line : lines.value(id)) {
+            list.rows += rowOf(id, list, line);
+            list.total = line.total;
+        }
+    }
+    return lists;
 }
 
 } // namespace vesk::report

@@ -18,20 +18,15 @@ struct Line
     double whole = 0; ///< sum of the first values of all of them
 };
 
-/// The lines of each list, by its name in the statements.
-using Lines = QHash<QString, QList<Line>>;
+using Lines = QHash<ListId, QList<Line>>;
 
-/// The lists that sql/lines.sql fills. Without \a split, search terms and campaigns are one.
-QList<List> rollupLists(const Lines &lines, bool split);
+/// The columns with these names in JSON, which blanks divide.
+QList<Column> columnsOf(const char *ids);
 
-/// Of sql/hits.sql and sql/slow.sql: of the visits, and of the server, addresses only if wanted.
-QList<List> visitLists(const Lines &lines);
-QList<List> serverLists(const Lines &lines, bool addresses);
+/// The list for which the statements have lines under \a name. Nothing when there is none.
+std::optional<ListId> listOf(const QString &name);
 
-/// The queries that search engines report.
-List queryList(const Lines &lines);
-
-/// "Search engines" for "search" and so on.
-QString kindName(const QString &kind);
+/// Those lists with their lines.
+QMap<ListId, List> filled(const Lines &lines, std::initializer_list<ListId> ids);
 
 } // namespace vesk::report

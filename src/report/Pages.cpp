@@ -22,30 +22,30 @@ bool save(const QString &path, const QByteArray &content)
     return false;
 }
 
-/// What a page is about.
-struct Plan
+/// A page, and what it is about.
+struct Page
 {
     QString file;
     QString title;
     Period period;
 };
 
-QList<Plan> plansFor(const ReportedSite &site)
+QList<Page> pagesOf(const ReportedSite &site)
 {
     const QDate last = site.calendar.lastComplete;
-    QList<Plan> plans;
+    QList<Page> pages;
     for (const auto &[file, title, days] : { std::tuple("last-day.html", "Last day: %1", 1),
              std::tuple("last-7-days.html", "Last 7 days: %1", 7),
              std::tuple("last-30-days.html", "Last 30 days: %1", 30) }) {
         const Period period = daysUpTo(last, days);
-        plans
+        pages
             += { QLatin1String(file), QString::fromLatin1(title).arg(periodName(period)), period };
     }
     for (const QDate month : readMonths(site))
-        plans += { month.toString(QStringLiteral("yyyy-MM")) + QLatin1String(".html"),
+        pages += { month.toString(QStringLiteral("yyyy-MM")) + QLatin1String(".html"),
             QLocale::c().toString(month, QStringLiteral("MMMM yyyy")),
             { month, month.addMonths(1).addDays(-1) } };
-    return plans;
+    return pages;
 }
 
 } // namespace
@@ -54,13 +54,13 @@ bool writePages(const ReportedSite &site, const QString &folder, const Options &
 {
     const QDir dir(folder);
     QList<PageLink> links;
-    for (const Plan &plan : plansFor(site)) {
-        const QString path = dir.filePath(plan.file);
-        links += { plan.file, plan.title };
-        const QDate settled = plan.period.last.addDays(kSettledAfterDays);
+    for (const Page &page : pagesOf(site)) {
+        const QString path = dir.filePath(page.file);
+        links += { page.file, page.title };
+        const QDate settled = page.period.last.addDays(kSettledAfterDays);
         if (settled < site.calendar.lastComplete && QFileInfo::exists(path))
             continue;
-        const auto report = readReport(site, plan.period, options);
+        const auto report = readReport(site, page.period, options);
         if (!report || !save(path, toHtml(*report)))
             return false;
     }

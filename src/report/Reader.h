@@ -1,9 +1,8 @@
 #pragma once
 
-#include "common/Sites.h"
 #include "report/Report.h"
-
-#include <QTime>
+#include "report/SiteReader.h"
+#include "report/Task.h"
 
 #include <optional>
 
@@ -23,30 +22,6 @@ public:
 
 private:
     bool m_open = false;
-};
-
-/// A site with what there is of it.
-struct ReportedSite : Site
-{
-    Calendar calendar;
-    QDate newest; ///< the newest day with requests; null when there is no report yet
-    QDate lastRequestDay; ///< when the newest request that is still there was made; null when none
-    QTime lastRequestTime;
-    bool mayReadHits = false;
-};
-
-/// What there is of \a site. Nothing when it cannot be read.
-std::optional<ReportedSite> readCalendar(const Site &site);
-
-/// The first days of the months that have reports, the newest first.
-QList<QDate> readMonths(const ReportedSite &site);
-
-struct Options
-{
-    bool everyone = false; ///< lists count unverified browsers, too
-    int rows = 15;
-    bool addresses = false;
-    int mostBars = 92;
 };
 
 /// The report of a period. Nothing, after a message, when there is none.

@@ -4,14 +4,12 @@
 
 namespace vesk::report {
 
-QList<List> pick(const QList<List> &lists, std::initializer_list<const char *> ids)
+QList<List> pick(const QMap<ListId, List> &lists, std::initializer_list<ListId> ids)
 {
     QList<List> picked;
-    for (const char *id : ids) {
-        for (const List &list : lists) {
-            if (list.id == QLatin1String(id))
-                picked += list;
-        }
+    for (const ListId id : ids) {
+        if (lists.contains(id))
+            picked += lists[id];
     }
     return picked;
 }

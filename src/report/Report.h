@@ -3,8 +3,9 @@
 #include "report/Format.h"
 #include "report/Period.h"
 
-#include <QDateTime>
+#include <QDate>
 #include <QList>
+#include <QMap>
 #include <QString>
 #include <QStringList>
 
@@ -24,6 +25,18 @@ struct Figure
     Value everyoneBefore {};
     QString meaning {}; ///< of totals that are the same for both
 };
+
+/// The lists of a report, and lines from which no list is made: requests and bytes of each day,
+/// names of campaigns.
+// clang-format off
+enum class ListId {
+    Pages, EntryPages, ExitPages, VisitLengths, VisitPages,
+    SourceKinds, Sources, SearchTerms, Campaigns, TermsAndCampaigns,
+    Countries, Devices, Browsers, Systems, Crawlers, MissingPages,
+    StatusClasses, Statuses, Clients, FileTypes, MissingFiles, Errors, SlowPaths, Downloads,
+    ScannerAddresses, Queries, Days, CampaignNames
+};
+// clang-format on
 
 struct Column
 {
@@ -48,12 +61,13 @@ struct List
 {
     QString id; ///< the name in JSON
     QString title;
-    Column key; ///< of the rows' keys; its unit means nothing
+    Column key {}; ///< of the rows' keys; its unit means nothing
     QString detailId {}; ///< the name of details in JSON; empty when there are none
     QList<Column> columns {};
     QList<Row> rows {};
     qint64 total = 0; ///< how many rows there are
     QString note {};
+    bool isLinked = false; ///< details are addresses that link to the key
 };
 
 /// The course of something, as bars. The first column is a bar, a second one of the same unit
@@ -65,6 +79,15 @@ struct Chart
     QStringList ticks {}; ///< below the bars; empty where there is none
 };
 
+/// What days had, for a chart with as many bars as a medium has room for.
+struct DaySeries
+{
+    List numbers; ///< without rows
+    Period period {};
+    QMap<QDate, QList<Value>> values {}; ///< of the days of which anything is known
+    bool stacked = true;
+};
+
 /// What the web server did, from the single requests.
 struct Server
 {
@@ -72,8 +95,8 @@ struct Server
     bool complete = false; ///< no request of the period has been deleted
     QString note {}; ///< why not
     QList<Figure> totals {}; ///< in everyone
-    Chart days {};
-    QList<List> lists {};
+    DaySeries days {};
+    QMap<ListId, List> lists {};
 };
 
 struct SearchEngine
@@ -102,14 +125,15 @@ struct Report
 
     QList<Figure> totals;
     QList<Figure> requests;
-    QList<Chart> charts; ///< the course, weekdays for four weeks or more, hours
-    QList<List> lists; ///< of the roll-up, and of visits when there are requests to read
+    DaySeries visitors; ///< of a single day also of those before
+    QList<Chart> charts; ///< weekdays for four weeks or more, hours
+    QMap<ListId, List> lists; ///< of the roll-up, and of visits when there are requests to read
     Server server;
     Search search;
 };
 
 /// Those of \a lists that are there, in the order of \a ids.
-QList<List> pick(const QList<List> &lists, std::initializer_list<const char *> ids);
+QList<List> pick(const QMap<ListId, List> &lists, std::initializer_list<ListId> ids);
 
 /// A referrer as it is shown: a page of the site itself by its path.
 QString shownLink(const QString &referrer, const QString &site);

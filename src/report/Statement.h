@@ -1,40 +1,50 @@
 #pragma once
 
+#include <QDate>
+#include <QHash>
 #include <QSqlQuery>
-#include <QVariant>
+#include <QVariantMap>
 
-#include <utility>
+#include <optional>
 
 namespace vesk::report {
 
 /// Named values of a statement: ":site" and the like.
-using Bindings = QList<std::pair<const char *, QVariant>>;
+using Bindings = QVariantMap;
 
-/// A SELECT that runs at once. A failure is reported, and then there are no rows.
+/// A SELECT that runs at once. A failure is reported, and then there are no more rows.
 class Statement
 {
 public:
+    /// Runs \a sql. \a bindings may have values that it does not name.
     Statement(const QString &sql, const Bindings &bindings);
 
-    bool failed() const { return m_failed; }
-    bool next() { return !m_failed && m_query.next(); }
+    bool failed() const { return !m_query; }
 
-    QString text(int column) const { return m_query.value(column).toString(); }
-    QVariant value(int column) const { return m_query.value(column); }
+    /// Goes to the next row. False after the last one.
+    bool next();
+
+    /// Of the row, the value of a column. Its name has to be a literal.
+    QVariant value(const char *column) const;
+    QString text(const char *column) const { return value(column).toString(); }
+    QDate day(const char *column) const { return value(column).toDate(); }
 
     /// 0 for NULL.
-    double number(int column) const { return m_query.value(column).toDouble(); }
+    double number(const char *column) const { return value(column).toDouble(); }
+
+    /// Nothing for NULL.
+    std::optional<double> figure(const char *column) const;
 
 private:
-    QSqlQuery m_query;
-    bool m_failed = false;
+    std::optional<QSqlQuery> m_query;
+    mutable QHash<const char *, int> m_columns; ///< the places of those that were asked for
 };
 
 /// The text of the statement \a name, a file of the folder sql.
 QString statementText(const char *name);
 
-/// The text of sql/hits.sql with the rules of the roll-up put in. Empty, after a message, when they
-/// cannot be found in the roll-up's script.
+/// The text of sql/hits.sql with the rules of the roll-up put in, as the latest script has them.
+/// Empty, after a message, when they cannot be found there.
 QString hitsStatement();
 
 } // namespace vesk::report

@@ -1,4 +1,5 @@
 #include "common/Text.h"
+#include "report/Course.h"
 #include "report/Writers.h"
 
 #include <algorithm>
@@ -8,6 +9,7 @@ namespace vesk::report {
 namespace {
 
 constexpr int kColumns = 80;
+constexpr int kMostBars = 31;
 constexpr int kLabel = 17; ///< of the bars of a chart
 
 QString right(const QString &text, int columns)
@@ -153,10 +155,12 @@ void TextWriter::requests()
     }
 }
 
-/// Full blocks for the first column, light ones for what stands on it.
+/// Full blocks for the first column, light ones for what stands on it. A single bar tells nothing.
 void TextWriter::chart(const Chart &chart)
 {
     const List &numbers = chart.numbers;
+    if (numbers.rows.size() < 2)
+        return;
     Grid grid;
     for (const Column &column : numbers.columns)
         grid.addColumn(column.head.toLower());
@@ -191,7 +195,6 @@ void TextWriter::list(const List &list)
         return;
     const bool isCompared = std::any_of(
         list.rows.begin(), list.rows.end(), [](const Row &row) { return row.before.has_value(); });
-    const bool isLinked = list.detailId == QLatin1String("referrer");
     Grid grid;
     int detailWidth = 0;
     for (qsizetype i = 0; i < list.columns.size(); ++i) {
@@ -207,7 +210,7 @@ void TextWriter::list(const List &list)
                 cells += change(row.values[0], row.before, list.columns[0].unit);
         }
         grid.add(cells);
-        if (!isLinked && !row.detail.isEmpty())
+        if (!list.isLinked && !row.detail.isEmpty())
             detailWidth = std::max(detailWidth, columnsOf(fit(row.detail, 9)) + 1);
     }
     title(list.title);
@@ -219,7 +222,7 @@ void TextWriter::list(const List &list)
         const QString detail
             = detailWidth > 0 ? left(fit(row.detail, detailWidth - 1), detailWidth) : QString();
         line(grid.row(i) + QLatin1String("  ") + detail + fit(row.shown(), room - detailWidth));
-        if (isLinked && !row.detail.isEmpty())
+        if (list.isLinked && !row.detail.isEmpty())
             line(QString(columnsOf(heads) + 4, u' ')
                 + fit(QLatin1String("from ") + shownLink(row.detail, m_report.host), room - 2));
     }
@@ -271,8 +274,9 @@ void TextWriter::server()
         line(QLatin1String("  ") + server.note);
     for (const Figure &f : server.totals)
         line(QStringLiteral("  %1 %2").arg(f.name, -13).arg(show(f.everyone, f.unit), 9));
-    if (server.days.numbers.rows.size() > 1)
-        chart(server.days);
+    if (!server.known)
+        return;
+    chart(course(server.days, kMostBars));
     for (const List &each : server.lists)
         list(each);
 }
@@ -302,16 +306,17 @@ QByteArray TextWriter::write()
     head();
     totals();
     requests();
-    for (const Chart &each : m_report.charts) {
-        if (each.numbers.rows.size() > 1)
-            chart(each);
-    }
+    chart(course(m_report.visitors, kMostBars));
+    for (const Chart &each : m_report.charts)
+        chart(each);
     for (const List &each : pick(m_report.lists,
-             { "pages", "entry_pages", "exit_pages", "visit_lengths", "visit_pages", "sources",
-                 "search_terms", "campaigns", "search_terms_and_campaigns" }))
+             { ListId::Pages, ListId::EntryPages, ListId::ExitPages, ListId::VisitLengths,
+                 ListId::VisitPages, ListId::Sources, ListId::SearchTerms, ListId::Campaigns,
+                 ListId::TermsAndCampaigns }))
         list(each);
-    sideBySide(pick(m_report.lists, { "countries", "browsers", "systems", "devices" }));
-    for (const List &each : pick(m_report.lists, { "crawlers", "missing_pages" }))
+    sideBySide(pick(
+        m_report.lists, { ListId::Countries, ListId::Browsers, ListId::Systems, ListId::Devices }));
+    for (const List &each : pick(m_report.lists, { ListId::Crawlers, ListId::MissingPages }))
         list(each);
     server();
     search();

@@ -115,18 +115,10 @@ QByteArray write(const Report &report, const QCommandLineParser &parser)
     return parser.isSet(QStringLiteral("html")) ? toHtml(report) : toText(report);
 }
 
-/// As many bars as the medium has room for.
-int mostBars(const QCommandLineParser &parser)
-{
-    if (parser.isSet(QStringLiteral("json")))
-        return std::numeric_limits<int>::max() / 7;
-    return parser.isSet(QStringLiteral("html")) ? 92 : 31;
-}
-
 /// Reads and shows. False, after a message, when there is nothing to show.
 bool run(const QCommandLineParser &parser, const QString &host, const QString &periodText)
 {
-    auto options = optionsOf(parser);
+    const auto options = optionsOf(parser);
     const Snapshot snapshot;
     const auto site = options && snapshot.isOpen() ? siteOf(host) : std::nullopt;
     const auto period = site ? periodOf(periodText, *site) : std::nullopt;
@@ -134,7 +126,6 @@ bool run(const QCommandLineParser &parser, const QString &host, const QString &p
         return false;
     if (parser.isSet(QStringLiteral("pages")))
         return writePages(*site, parser.value(QStringLiteral("pages")), *options);
-    options->mostBars = mostBars(parser);
     const auto report = readReport(*site, *period, *options);
     if (!report)
         return false;

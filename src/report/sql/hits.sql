@@ -118,8 +118,8 @@ WITH hit AS NOT MATERIALIZED (
            sum(v1) OVER (PARTITION BY list) AS whole
     FROM line
 )
-SELECT list, key, detail, v1::float8, v2::float8, v3::float8, NULL::float8, NULL::float8,
-       total, whole::float8
+SELECT list, key, detail, v1::float8, v2::float8, v3::float8, NULL::float8 AS v4,
+       NULL::float8 AS before, total, whole::float8
 FROM ranked
 WHERE rank <= :rows OR list IN ('day', 'campaign_name')
 ORDER BY list, rank

@@ -32,8 +32,8 @@ WITH campaign AS (
     FROM summed
     WHERE n1 IS NOT NULL
 )
-SELECT list, key, '' AS detail, n1::float8, n2::float8,
-       CASE WHEN list = 'page' THEN x / nullif(n3, 0) END, NULL::float8,
+SELECT list, key, '' AS detail, n1::float8 AS v1, n2::float8 AS v2,
+       CASE WHEN list = 'page' THEN x / nullif(n3, 0) END AS v3, NULL::float8 AS v4,
        before::float8, total, whole::float8
 FROM ranked
 WHERE rank <= :rows

@@ -12,8 +12,9 @@ WITH path AS (
     FROM path, LATERAL (SELECT percentile_disc(ARRAY[0.5, 0.95]) WITHIN GROUP (ORDER BY us), max(us)
                         FROM unnest(durations) AS us) AS p (parts, longest)
 )
-SELECT 'slow', path, '', most::float8, median::float8, longest::float8, requests::float8,
-       NULL::float8, count(*) OVER (), NULL::float8
+SELECT 'slow' AS list, path AS key, '' AS detail, most::float8 AS v1, median::float8 AS v2,
+       longest::float8 AS v3, requests::float8 AS v4, NULL::float8 AS before,
+       count(*) OVER () AS total, NULL::float8 AS whole
 FROM timed
 ORDER BY most DESC, requests DESC, path COLLATE "C"
 LIMIT :rows

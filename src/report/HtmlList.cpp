@@ -1,0 +1,80 @@
+#include "report/HtmlList.h"
+
+#include "common/Text.h"
+
+#include <algorithm>
+
+namespace vesk::report {
+
+namespace {
+
+/// The first cell: what the row is about, with a bar that is long by \a share.
+void writeKey(Html &html, const List &list, const Row &row, double share, const QString &site)
+{
+    const Element cell(html, "th", { { "scope", QStringLiteral("row") } });
+    if (row.name.isEmpty())
+        html.stranger(row.key);
+    else
+        html.text(clean(row.name));
+    if (list.isLinked && !row.detail.isEmpty()) {
+        const Element note(html, "small");
+        html.text(QStringLiteral("from "));
+        html.stranger(shownLink(row.detail, site));
+    } else if (!row.detail.isEmpty() && row.name.isEmpty()) {
+        html.text(QStringLiteral(" "));
+        html.leaf("span", clean(row.detail), { { "class", QStringLiteral("kind") } });
+    }
+    const Element svg(html, "svg",
+        { { "class", QStringLiteral("bar") }, { "aria-hidden", QStringLiteral("true") },
+            { "height", QStringLiteral("5") } });
+    html.leaf("rect", {},
+        { { "width", QString::number(100 * share, 'f', 2) + u'%' },
+            { "height", QStringLiteral("5") } });
+}
+
+void writeTable(Html &html, const List &list, const QString &site)
+{
+    const Element table(html, "table", { { "aria-labelledby", list.id } });
+    html.open("thead");
+    html.open("tr");
+    html.leaf("th", list.key.head, { { "scope", QStringLiteral("col") } });
+    for (const Column &column : list.columns)
+        html.leaf("th", column.head, { { "scope", QStringLiteral("col") } });
+    html.close();
+    html.close();
+    double most = 0;
+    for (const Row &row : list.rows)
+        most = std::max(most, row.values[0].value_or(0));
+    const Element body(html, "tbody");
+    for (const Row &row : list.rows) {
+        const Element line(html, "tr");
+        writeKey(html, list, row, most > 0 ? row.values[0].value_or(0) / most : 0, site);
+        for (qsizetype i = 0; i < list.columns.size(); ++i) {
+            const Unit unit = list.columns[i].unit;
+            const Element cell(html, "td");
+            html.text(show(row.values[i], unit));
+            if (i == 0 && row.before)
+                html.leaf("small", change(row.values[i], row.before, unit));
+        }
+    }
+}
+
+} // namespace
+
+void writeList(Html &html, const List &list, const QString &site)
+{
+    const Element element(html, "div", { { "class", QStringLiteral("list") } });
+    html.leaf("h3", list.title, { { "id", list.id } });
+    if (list.rows.isEmpty()) {
+        html.leaf("p", QStringLiteral("None."), { { "class", QStringLiteral("none") } });
+        return;
+    }
+    html.paragraph(list.note, "soft");
+    writeTable(html, list, site);
+    if (list.total > list.rows.size())
+        html.paragraph(QStringLiteral("and %1 more, which --rows all shows")
+                           .arg(grouped(double(list.total - list.rows.size()))),
+            "more");
+}
+
+} // namespace vesk::report

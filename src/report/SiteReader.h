@@ -1,0 +1,29 @@
+#pragma once
+
+#include "common/Sites.h"
+#include "report/Period.h"
+
+#include <QList>
+#include <QTime>
+
+#include <optional>
+
+/// What there is of a site to report on.
+namespace vesk::report {
+
+struct ReportedSite : Site
+{
+    Calendar calendar;
+    QDate newest; ///< the newest day with requests; null when there is no report yet
+    QDate lastRequestDay; ///< when the newest request that is still there was made; null when none
+    QTime lastRequestTime;
+    bool mayReadHits = false;
+};
+
+/// What there is of \a site. Nothing when it cannot be read.
+std::optional<ReportedSite> readCalendar(const Site &site);
+
+/// The first days of the months that have reports, the newest first.
+QList<QDate> readMonths(const ReportedSite &site);
+
+} // namespace vesk::report

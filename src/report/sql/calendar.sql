@@ -1,0 +1,11 @@
+-- The newest two days of a site with requests, and what may be read of it.
+WITH newest AS (
+    SELECT day
+    FROM vesk.rollup
+    WHERE site_id = :site AND scope = 'people' AND dim = 'totals' AND key = 'requests' AND n1 > 0
+    ORDER BY day DESC
+    LIMIT 2
+)
+SELECT current_date AS today, max(day) AS newest, min(day) AS last_complete,
+       has_table_privilege('vesk.hits', 'SELECT') AS may_read_hits
+FROM newest
