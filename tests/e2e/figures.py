@@ -79,14 +79,14 @@ SEARCH_DAYS = """
 2 bing 2026-05-20 0 0 1, 2 bing 2026-05-21 3 4 1.5, 2 bing 2026-05-11 1 1 1
 """
 SEARCH_ROWS = """
-2 google 2026-06-05 beds 1 10 2, 2 bing 2026-06-06 beds 3 30 6, 2 google 2026-05-12 soil 4 5 1,
-2 google 2026-05-11 soil 9 9 9, 3 google 2026-06-05 soil 9 9 9
+2 google 2026-06-04 hoe / 5 6 2, 2 google 2026-06-05 beds / 1 10 2, 2 bing 2026-06-06 beds / 3 30 6,
+2 google 2026-05-12 soil / 4 5 1, 2 google 2026-05-11 soil / 9 9 9, 3 google 2026-06-05 soil / 9 9 9
 """
 ENGINES = [
     ("bing", "2026-05-21", (3, None), (4, None), (0.75, None), (1.5, None)),
     ("google", "2026-06-06", (10, 6), (80, 30), (0.125, 0.2), (4, 6.6)),
 ]
-QUERIES = [("beds", 4, 40, 0.1, 5), ("soil", 4, 5, 0.8, 1)]
+QUERIES = [("hoe", 5, 6, 5 / 6, 2), ("beds", 4, 40, 0.1, 5), ("soil", 4, 5, 0.8, 1)]
 
 
 class Site:
@@ -241,7 +241,7 @@ def check_search(reports):
     for table, rows in (("days", SEARCH_DAYS), ("rows", SEARCH_ROWS)):
         columns = "site_id, engine, day, clicks, impressions, position"
         columns = columns.replace("day,", "day, query, page,") if table == "rows" else columns
-        for row in rows.replace("beds", "beds /").replace("soil", "soil /").split(","):
+        for row in rows.split(","):
             values = "', '".join(row.split())
             reports.sql(f"INSERT INTO vesk.search_{table} ({columns}) VALUES ('{values}')")
     arguments = ("garden.example", "2026-06-08")

@@ -69,6 +69,9 @@ def check_totals(report, root, lines):
                 line += [shown(name, figure["all"])]
                 line += change(name, figure["all"], figure["all_before"]) or ["-"]
                 tile += [shown(name, figure["all"]) + " with unverified"]
+            if name == "bot_requests":
+                share = figure["value"] / max(report["requests"]["requests"]["value"], 1)
+                line.append(shown("share", share) + " of all")
             if name != "bounces":
                 tiles.remove(next(each for each in tiles if each[: len(tile)] == tile))
             if part in parts:
@@ -121,7 +124,7 @@ def heights(cells, stacked):
     return [float(cell.replace(",", "").replace("-", "0")) for cell in cells[: 1 + stacked]]
 
 
-def check_bars(name, section, lines):
+def check_bars(name, section, lines, rows):
     """Bars of a page are as high as the figures below them say, those of a text as long."""
     table = [[words(cell) for cell in row] for row in section.findall("details/table/tbody/tr")]
     values = [heights(cells, name != "days") for _, *cells in table]
@@ -137,6 +140,8 @@ def check_bars(name, section, lines):
             bar = found.get(kind, {"y": foot, "height": 0})
             error = abs(float(bar.get("height")) - unit * height) + abs(float(bar.get("y")) - foot)
             assert error < 0.2 + 0.2 * unit, (name, kind, value, bar.attrib)
+    assert len(lines) == rows or rows > 31, (name, lines)
+    assert len(table) == rows or rows > 92, (name, table)
     bars = [re.search("(█*)(░*)$", line).groups() for line in lines]
     room = max(map(len, map("".join, bars)))
     for line, (dark, light), (label, *cells), value in zip(lines, bars, table, values):
@@ -161,7 +166,7 @@ def check(report, page, text):
     for (name, rows), section in zip(charts, found, strict=True):
         title = re.sub(" by (day|week|month)$", "", section.findtext("h2"))
         title = next(each for each in sections if each.startswith(title) and each != "Visitors")
-        table = check_bars(name, section, sections[title].split("\n")[1:])
+        table = check_bars(name, section, sections[title].split("\n")[1:], len(rows))
         if len(table) == len(rows):
             for cells, row in zip(table, rows):
                 figures = [
