@@ -54,6 +54,8 @@ void writePeople(Html &html, const Report &report)
                     show(f.everyone, f.unit) + QLatin1String(" with unverified") });
         }
     }
+    if (report.peopleBy)
+        html.paragraph(peopleLine(*report.peopleBy), "soft");
     if (report.period.days() > 1)
         html.paragraph(
             QStringLiteral("Every day counts its visitors anew: who came on two days is in these "
@@ -100,8 +102,10 @@ void writeSearch(Html &html, const Report &report)
                        .arg(periodName(search.period)),
         "soft");
     if (search.engines.isEmpty()) {
-        html.paragraph(
-            QStringLiteral("No figures (import them with vesk-admin import-gsc)."), "none");
+        html.paragraph(search.note.isEmpty()
+                ? QStringLiteral("No figures (import them with vesk-admin import-gsc).")
+                : search.note,
+            "none");
         return;
     }
     for (const SearchEngine &engine : search.engines) {

@@ -58,6 +58,13 @@ QJsonObject plain(const QList<Figure> &figures)
     return object;
 }
 
+QJsonObject json(const PeopleBy &people)
+{
+    return { { QStringLiteral("beacon"), json(Value(people.beacon)) },
+        { QStringLiteral("style_sheet"), json(Value(people.styleSheet)) },
+        { QStringLiteral("referrer"), json(Value(people.referrer)) } };
+}
+
 QJsonObject json(const List &list, const Row &row)
 {
     QJsonObject object { { list.key.id, row.key } };
@@ -106,8 +113,8 @@ QJsonObject json(const Search &search)
         engines += QJsonObject { { QStringLiteral("engine"), engine.name },
             { QStringLiteral("newest"), iso(engine.newest) },
             { QStringLiteral("totals"), plain(engine.figures) } };
-    return { { QStringLiteral("period"), json(search.period) },
-        { QStringLiteral("engines"), engines },
+    return { { QStringLiteral("note"), search.note },
+        { QStringLiteral("period"), json(search.period) }, { QStringLiteral("engines"), engines },
         { QStringLiteral("lists"),
             json(QMap<ListId, List> { { ListId::Queries, search.queries } }) } };
 }
@@ -130,6 +137,7 @@ QByteArray toJson(const Report &report)
             report.everyone ? QStringLiteral("all") : QStringLiteral("people") },
         { QStringLiteral("totals"), totals(report.totals) },
         { QStringLiteral("requests"), plain(report.requests) },
+        { QStringLiteral("people_by"), report.peopleBy ? json(*report.peopleBy) : QJsonValue() },
         { QStringLiteral("charts"), charts }, { QStringLiteral("lists"), json(report.lists) },
         { QStringLiteral("server"), json(report.server) },
         { QStringLiteral("search"), json(report.search) } };

@@ -206,6 +206,7 @@ constexpr struct
         "clicks impressions click_rate position" },
     { ListId::Days, "day" },
     { ListId::CampaignNames, "campaign_name" },
+    { ListId::PeopleBy, "people_by" },
 };
 
 List emptyList(ListId id)

@@ -1,6 +1,7 @@
 #include "report/Reader.h"
 
 #include "common/Db.h"
+#include "common/Text.h"
 #include "report/DayReader.h"
 #include "report/SearchReader.h"
 #include "report/ServerReader.h"
@@ -45,7 +46,8 @@ std::optional<Report> readReport(
     if (task.failed)
         return {};
     if (now.days == 0) {
-        qCritical("%s has no report for %s", qPrintable(site.host), qPrintable(periodName(period)));
+        qCritical("%s has no report for %s", qPrintable(clean(site.host)),
+            qPrintable(periodName(period)));
         return {};
     }
     judgePeriods(task, now, before, report);
@@ -57,8 +59,10 @@ std::optional<Report> readReport(
     Lines lines;
     report.server = readServer(task, lines);
     report.lists = readLists(task, report.server.complete && report.server.known, lines);
-    if (report.server.known)
+    if (report.server.known) {
         report.lists.insert(visitLists(lines));
+        report.peopleBy = peopleByOf(lines);
+    }
     if (!report.compared) {
         for (List &list : report.lists) {
             for (Row &row : list.rows)

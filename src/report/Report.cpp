@@ -1,5 +1,7 @@
 #include "report/Report.h"
 
+#include "common/Text.h"
+
 #include <QLocale>
 
 namespace vesk::report {
@@ -22,6 +24,12 @@ QString shownLink(const QString &referrer, const QString &site)
             return referrer.mid(own.size() - 1);
     }
     return referrer;
+}
+
+QString peopleLine(const PeopleBy &people)
+{
+    return QStringLiteral("People by a style sheet %1, by a beacon %2, by a referrer alone %3.")
+        .arg(grouped(people.styleSheet), grouped(people.beacon), grouped(people.referrer));
 }
 
 QString siteTitle(const Report &report)

@@ -9,6 +9,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <optional>
+
 /// What there is to say about a site in a period, as plain values. The reader fills it, the writers
 /// show it. Texts are as stored: each writer makes them safe for its medium.
 namespace vesk::report {
@@ -27,14 +29,14 @@ struct Figure
 };
 
 /// The lists of a report, and lines from which no list is made: requests and bytes of each day,
-/// names of campaigns.
+/// names of campaigns, and by what people were told from programs.
 // clang-format off
 enum class ListId {
     Pages, EntryPages, ExitPages, VisitLengths, VisitPages,
     SourceKinds, Sources, SearchTerms, Campaigns, TermsAndCampaigns,
     Countries, Devices, Browsers, Systems, Crawlers, MissingPages,
     StatusClasses, Statuses, Clients, FileTypes, MissingFiles, Errors, SlowPaths, Downloads,
-    ScannerAddresses, Queries, Days, CampaignNames
+    ScannerAddresses, Queries, Days, CampaignNames, PeopleBy
 };
 // clang-format on
 
@@ -88,6 +90,15 @@ struct DaySeries
     bool stacked = true;
 };
 
+/// By what the visitors of a period were told from programs: each counts once, by the first of
+/// these that it showed.
+struct PeopleBy
+{
+    double beacon = 0; ///< a time on page
+    double styleSheet = 0; ///< or a script or a font
+    double referrer = 0; ///< which anybody can make up
+};
+
 /// What the web server did, from the single requests.
 struct Server
 {
@@ -108,9 +119,10 @@ struct SearchEngine
 
 struct Search
 {
-    Period period;
-    QList<SearchEngine> engines;
-    List queries;
+    QString note {}; ///< why nothing is known
+    Period period {};
+    QList<SearchEngine> engines {};
+    List queries {};
 };
 
 struct Report
@@ -128,6 +140,7 @@ struct Report
     DaySeries visitors; ///< of a single day also of those before
     QList<Chart> charts; ///< weekdays for four weeks or more, hours
     QMap<ListId, List> lists; ///< of the roll-up, and of visits when there are requests to read
+    std::optional<PeopleBy> peopleBy; ///< known when there are requests to read
     Server server;
     Search search;
 };
@@ -137,6 +150,9 @@ QList<List> pick(const QMap<ListId, List> &lists, std::initializer_list<ListId> 
 
 /// A referrer as it is shown: a page of the site itself by its path.
 QString shownLink(const QString &referrer, const QString &site);
+
+/// "People by a style sheet 12, by a beacon 3, by a referrer alone 4."
+QString peopleLine(const PeopleBy &people);
 
 /// "example.org · Garden notes"
 QString siteTitle(const Report &report);

@@ -34,7 +34,12 @@ Search readSearch(Task &task)
     if (task.failed)
         return {};
     const qint64 days = std::max<qint64>(task.period.days(), kLeastDays);
-    Search search { daysUpTo(task.period.last, int(days)), {}, {} };
+    Search search { {}, daysUpTo(task.period.last, int(days)) };
+    if (!task.site.mayReadSearch) {
+        search.note = QStringLiteral(
+            "This account may not read what search engines report (vesk.search_*).");
+        return search;
+    }
     Bindings bindings = task.bindings;
     bindings.insert({ { QStringLiteral(":from"), search.period.first },
         { QStringLiteral(":before_from"), search.period.before().first } });

@@ -63,6 +63,15 @@ Server readServer(Task &task, Lines &lines)
     return server;
 }
 
+PeopleBy peopleByOf(const Lines &lines)
+{
+    QHash<QString, double> counts;
+    for (const Line &line : lines.value(ListId::PeopleBy))
+        counts[line.key] = line.values[0].value_or(0);
+    return { counts[QStringLiteral("beacon")], counts[QStringLiteral("style_sheet")],
+        counts[QStringLiteral("referrer")] };
+}
+
 QMap<ListId, List> visitLists(const Lines &lines)
 {
     return filled(

@@ -9,6 +9,9 @@ namespace vesk::report {
 /// also of visits.
 Server readServer(Task &task, Lines &lines);
 
+/// By what people were told from programs, among \a lines.
+PeopleBy peopleByOf(const Lines &lines);
+
 /// The lists of visits among \a lines.
 QMap<ListId, List> visitLists(const Lines &lines);
 

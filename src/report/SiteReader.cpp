@@ -6,7 +6,7 @@ namespace vesk::report {
 
 std::optional<ReportedSite> readCalendar(const Site &known)
 {
-    ReportedSite site { known, {}, {}, {}, {} };
+    ReportedSite site { known, {}, {}, {}, {}, {}, {} };
     const Bindings bindings { { QStringLiteral(":site"), site.id } };
     Statement days(statementText("calendar.sql"), bindings);
     if (!days.next())
@@ -14,6 +14,7 @@ std::optional<ReportedSite> readCalendar(const Site &known)
     site.newest = days.day("newest");
     site.calendar = { days.day("today"), days.day("last_complete") };
     site.mayReadHits = days.value("may_read_hits").toBool();
+    site.mayReadSearch = days.value("may_read_search").toBool();
     if (!site.mayReadHits)
         return site;
     Statement last(statementText("newest_request.sql"), bindings);

@@ -18,6 +18,7 @@ struct ReportedSite : Site
     QDate lastRequestDay; ///< when the newest request that is still there was made; null when none
     QTime lastRequestTime;
     bool mayReadHits = false;
+    bool mayReadSearch = false;
 };
 
 /// What there is of \a site. Nothing when it cannot be read.

@@ -135,6 +135,8 @@ void TextWriter::totals()
                  .arg(show(f.everyone, f.unit), 19)
                  .arg(change(f.everyone, f.everyoneBefore, f.unit), 9));
     }
+    if (m_report.peopleBy)
+        line(QLatin1String("  ") + peopleLine(*m_report.peopleBy));
 }
 
 void TextWriter::requests()
@@ -284,6 +286,10 @@ void TextWriter::server()
 void TextWriter::search()
 {
     const Search &search = m_report.search;
+    if (!search.note.isEmpty()) {
+        title(QStringLiteral("Search console"));
+        line(QLatin1String("  ") + search.note);
+    }
     if (!search.engines.isEmpty()) {
         title(QLatin1String("Search console, ") + periodName(search.period));
         line(QStringLiteral("  clicks  change     shown     rate  position"));

@@ -45,7 +45,7 @@ std::optional<ReportedSite> siteOf(const QString &host)
 std::optional<Period> periodOf(const QString &text, const ReportedSite &site)
 {
     if (site.newest.isNull()) {
-        qCritical("%s has no reports yet (import its log with vesk-admin import-log)",
+        qCritical("%s has no reports yet (import its logs with vesk-nightly import HOST)",
             qPrintable(clean(site.host)));
         return {};
     }

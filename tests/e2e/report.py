@@ -98,6 +98,7 @@ def check_figures(reports):
     assert len(report["charts"]["course"]) == 2
     visitors = {"people": 2, "people_before": 1, "all": 3, "all_before": 1}
     assert report["totals"]["visitors"] == visitors
+    assert report["people_by"] == {"beacon": 1, "style_sheet": 0, "referrer": 1}
     assert report["totals"]["visit_seconds"]["people"] == 2.5
     assert server["totals"]["bytes"]["value"] == 1006560
     for name, columns, rows in re.findall(r"(\S+) (\S+):\s+(.*)", LISTS):
@@ -118,6 +119,9 @@ def check_figures(reports):
     ), notes
     server = reports.json(role="panel")["server"]
     assert not server["known"] and "may not read" in server["note"]
+    reports.sql("REVOKE SELECT ON vesk.search_rows FROM panel")
+    assert "(vesk.search_*)" in reports.json(role="panel")["search"]["note"]
+    assert all("(vesk.search_*)" in reports.text(*form, role="panel") for form in ((), ["--html"]))
     reports.sql("DELETE FROM vesk.hits WHERE at < '2026-03-03'")
     report = reports.json()
     assert "have been deleted" in report["server"]["note"]
@@ -160,6 +164,8 @@ def check_rules(reports):
         found += [sum(depths), sum(lengths), depths[0]]
         expected = [report["requests"][name]["value"] for name in ("scanners", "unverified")]
         expected += [report["totals"][name][scope] for name in ("visits", "visits", "bounces")]
+        found.append(sum(report["people_by"].values()))
+        expected.append(report["totals"]["visitors"]["people"])
         assert found == expected and min(found) > 0, (scope, found, expected)
 
 
@@ -241,7 +247,7 @@ def check_failures(reports):
         (["nosuch.example"], "unknown site nosuch.example; there are: empty.example, "),
         (["\x1b[2J"], "unknown site �[2J"),
         ([], "which site? There are: "),
-        (["empty.example"], "empty.example has no reports yet"),
+        (["empty.example"], "empty.example has no reports yet (import its logs with vesk-nightly "),
         (["sample.example", "2026-03-04"], "sample.example has no report for 4 March 2026"),
         (["sample.example", "31.31."], "31.31. is no period. Periods are: 2026-03-02, "),
         (["--scope", "some", "sample.example"], "unknown scope some"),
@@ -250,6 +256,10 @@ def check_failures(reports):
         run = reports.run(*arguments)
         found = (run.returncode, run.stdout, run.stderr[: len(message)])
         assert found == (1, "", message), (arguments, run)
+    reports.sql("DROP OWNED BY panel")
+    run = reports.run(role="panel")
+    assert run.returncode == 1 and re.fullmatch("sql: .*permission denied[^\0]*", run.stderr), run
+    assert "no sites" not in run.stderr, run
 
 
 shared = Reports()

@@ -7,5 +7,7 @@ WITH newest AS (
     LIMIT 2
 )
 SELECT current_date AS today, max(day) AS newest, min(day) AS last_complete,
-       has_table_privilege('vesk.hits', 'SELECT') AS may_read_hits
+       has_table_privilege('vesk.hits', 'SELECT') AS may_read_hits,
+       has_table_privilege('vesk.search_days', 'SELECT')
+           AND has_table_privilege('vesk.search_rows', 'SELECT') AS may_read_search
 FROM newest

@@ -31,16 +31,18 @@ WITH hit AS NOT MATERIALIZED (
            sum(bytes) FILTER (WHERE is_request) AS bytes,
            bool_or(probe IS TRUE) AS probed,
            bool_or(bot IS NULL) AS browser,
-           bool_or(bot IS NULL
-                   AND (NOT is_request OR is_page AND source_kind NOT IN ('direct', 'internal')
-                        OR NOT is_page AND status IN (200, 304) AND asset IS TRUE)) AS browsed
+           bool_or(bot IS NULL AND NOT is_request) AS timed,
+           bool_or(bot IS NULL AND NOT is_page AND status IN (200, 304) AND asset IS TRUE) AS styled,
+           bool_or(bot IS NULL AND is_page AND source_kind NOT IN ('direct', 'internal')) AS led,
+           bool_or(is_page AND method = 'GET' AND status BETWEEN 200 AND 299) AS viewed
     FROM hit LEFT JOIN known USING (path)
     GROUP BY day, visitor
 ), visitor AS MATERIALIZED (
-    SELECT day, visitor, requests, bytes,
+    SELECT day, visitor, requests, bytes, viewed,
+           CASE WHEN timed THEN 'beacon' WHEN styled THEN 'style_sheet' ELSE 'referrer' END AS sign,
            CASE WHEN probed OR sweeper.visitor IS NOT NULL THEN 'scanners'
                 WHEN NOT browser THEN 'crawlers'
-                WHEN browsed THEN 'people'
+                WHEN timed OR styled OR led THEN 'people'
                 ELSE 'unverified' END AS kind
     FROM act LEFT JOIN sweeper USING (day, visitor)
 ), visit AS MATERIALIZED (
@@ -65,6 +67,9 @@ WITH hit AS NOT MATERIALIZED (
     FROM visitor GROUP BY day
     UNION ALL
     SELECT 'client', kind, '', sum(requests), sum(bytes), count(*), 0 FROM visitor GROUP BY kind
+    UNION ALL
+    SELECT 'people_by', sign, '', count(*), NULL, NULL, 0
+    FROM visitor WHERE kind = 'people' AND viewed GROUP BY sign
     UNION ALL
     SELECT 'campaign_name', campaign, '', count(*), NULL, NULL, 0
     FROM visit WHERE campaign <> '' GROUP BY campaign
@@ -121,5 +126,5 @@ WITH hit AS NOT MATERIALIZED (
 SELECT list, key, detail, v1::float8, v2::float8, v3::float8, NULL::float8 AS v4,
        NULL::float8 AS before, total, whole::float8
 FROM ranked
-WHERE rank <= :rows OR list IN ('day', 'campaign_name')
+WHERE rank <= :rows OR list IN ('day', 'campaign_name', 'people_by')
 ORDER BY list, rank
