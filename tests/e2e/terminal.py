@@ -18,6 +18,7 @@ import vesk
 
 SECRET = "a long secret"
 DATABASE = vesk.Database("terminal")
+IMPORT = ["import-log", "example.org"]
 
 
 class Terminal(pexpect.spawn):
@@ -60,57 +61,57 @@ class Terminal(pexpect.spawn):
 class Test(unittest.TestCase):
     def setUp(self):
         DATABASE.sql("TRUNCATE vesk.users, vesk.hits, vesk.rollup CASCADE")
-        self.log = vesk.FOLDER / "log"
         self.written = 0
 
-    def open_log(self):
+    def open_log(self, name="log"):
         """A pipe for a log: while the test has it open the program waits for more."""
-        self.log.unlink(missing_ok=True)
-        os.mkfifo(self.log)
-        self.pipe = open(self.log, "r+b", buffering=0)  # does not wait for a reader
+        path = vesk.FOLDER / name
+        path.unlink(missing_ok=True)
+        os.mkfifo(path)
+        self.pipe = open(path, "r+b", buffering=0)  # does not wait for a reader
         self.addCleanup(self.pipe.close)
-
-    def write(self):
-        self.pipe.write(vesk.log_line().encode())
-        self.written += 1
+        return self.pipe
 
     def import_log(self, script='exec "$@"'):
         """An import that has shown how far it is."""
         self.open_log()
-        terminal = Terminal("import-log", "example.org", "log", script=script)
+        terminal = Terminal(*IMPORT, "log", script=script)
         self.show(terminal)
         return terminal
 
     def show(self, terminal):
         """Feeds the import until it shows its progress."""
         for _ in range(200):
-            self.write()
+            self.pipe.write(vesk.log_line().encode())
+            self.written += 1
             if terminal.expect_exact(["lines/s", pexpect.TIMEOUT], timeout=0.1) == 0:
                 break
         self.assertRegex(terminal.lines()[-1], r"^log  \d+ lines  \d+ lines/s$")
 
-    def results(self):
-        return [
-            f"log: {self.written} lines, {self.written} stored, 0 not log entries",
-            "rolled up 1 days",
-        ]
+    def results(self, log="log"):
+        counts = f"{self.written} lines, {self.written} stored, 0 not log entries"
+        return [f"{log}: {counts}", "rolled up 1 days"]
 
     # ---- The prompt ----
 
     def test_passwords(self):
-        for first, second, shown in (
-            (SECRET, SECRET, ["Password:", "Again:", "created admin (maintainer)"]),
-            (SECRET, SECRET.upper(), ["Password:", "Again:", "passwords do not match"]),
-            ("x" * 1100, None, ["Password:", "Again:", "passwords do not match"]),  # cut in two
-            ("\x04", None, ["Password:", "password must be at least 12 characters"]),
+        """They are asked for on the terminal, also when standard output goes elsewhere."""
+        both = ["Password:", "Again:"]
+        differ, short = "passwords do not match\n", "password must be at least 12 characters\n"
+        for first, second, shown, printed in (
+            (SECRET, SECRET, both, "created admin (maintainer)\n"),
+            (SECRET, SECRET.upper(), both + [differ.strip()], ""),
+            ("x" * 1100, None, both + [differ.strip()], ""),  # cut in two
+            ("\x04", None, ["Password:", short.strip()], ""),
         ):
             with self.subTest(first):
-                terminal = Terminal("add-user", "admin")
+                terminal = Terminal("add-user", "admin", script='exec "$@" >out')
                 terminal.answer("Password: ", first)
                 if second:
                     terminal.answer("Again: ", second)
                 status = int(second != SECRET)
                 self.assertEqual((terminal.end(), terminal.lines()), (status, shown))
+                self.assertEqual((vesk.FOLDER / "out").read_text(), printed)
                 self.assertTrue(terminal.getecho())
                 self.assertEqual(DATABASE.sql("SELECT count(*) FROM vesk.users"), str(1 - status))
                 DATABASE.sql("TRUNCATE vesk.users CASCADE")
@@ -156,42 +157,43 @@ class Test(unittest.TestCase):
 
     def test_silent_elsewhere(self):
         background = 'set -m; "$@" & set +m; wait'
-        for script in ('"$@" 2> >(cat)', background, 'TERM=dumb "$@"'):
-            with self.subTest(script):
-                self.written = 0
-                self.open_log()
-                terminal = Terminal("import-log", "example.org", "log", script=script)
-                for _ in range(25):
-                    self.write()
-                    time.sleep(0.1)
-                self.pipe.close()
-                self.assertEqual((terminal.end(), terminal.lines()), (0, self.results()))
-                self.assertNotIn(b"\x1b", terminal.before)
+        running = [
+            (f"log{i}", self.open_log(f"log{i}"), Terminal(*IMPORT, f"log{i}", script=script))
+            for i, script in enumerate(('"$@" 2> >(cat)', background, 'TERM=dumb "$@"'))
+        ]
+        for self.written in range(1, 26):
+            for _, pipe, _ in running:
+                pipe.write(vesk.log_line().encode())
+            time.sleep(0.1)
+        for log, pipe, terminal in running:
+            pipe.close()
+            self.assertEqual((terminal.end(), terminal.lines()), (0, self.results(log)))
+            self.assertNotIn(b"\x1b", terminal.before)
 
     def test_interrupted(self):
-        terminal = self.import_log()
-        terminal.sendcontrol("c")
-        self.assertEqual(terminal.end(), -signal.SIGINT)
-        self.assertEqual(
-            terminal.text(),
-            "interrupted: log is stored up to line 0 or a little further; delete the time that"
-            " the log covers and import it again",
-        )
+        for told, interrupted in (
+            (
+                "interrupted: log is stored up to line 0 or a little further; delete the time that"
+                " the log covers and import it again",
+                self.import_log,
+            ),
+            (
+                "whole: 1 lines, 1 stored, 0 not log entries interrupted: all lines are stored, but"
+                " not all days are rolled up; run vesk-admin rollup example.org",
+                self.import_that_rolls_up,
+            ),
+        ):
+            terminal = interrupted()
+            terminal.sendcontrol("c")
+            self.assertEqual((terminal.end(), terminal.text()), (-signal.SIGINT, told))
 
-    def test_interrupted_while_rolling_up(self):
-        self.log.unlink(missing_ok=True)
-        self.log.write_text(vesk.log_line())
+    def import_that_rolls_up(self):
+        (vesk.FOLDER / "whole").write_text(vesk.log_line())
         holder = vesk.Session(DATABASE.name, "BEGIN", "LOCK vesk.rollup")
-        terminal = Terminal("import-log", "example.org", "log")
+        self.addCleanup(holder.end)
+        terminal = Terminal(*IMPORT, "whole")
         vesk.until(DATABASE.waiting)
-        terminal.sendcontrol("c")
-        self.assertEqual(terminal.end(), -signal.SIGINT)
-        holder.end()
-        self.assertEqual(
-            terminal.text(),
-            "log: 1 lines, 1 stored, 0 not log entries interrupted: all lines are stored, but not"
-            " all days are rolled up; run vesk-admin rollup example.org",
-        )
+        return terminal
 
     def test_stopped_import(self):
         terminal = self.import_log(script='set -m; "$@"; echo stopped; read; fg')
@@ -214,11 +216,11 @@ class Test(unittest.TestCase):
         self.assertEqual((terminal.end(), terminal.lines()), (0, self.results()))
 
     def test_reference_data(self):
-        ranges = "".join(f"10.{i // 256}.{i % 256}.0,10.255.255.255,DE\n" for i in range(50000))
+        ranges = "".join(f"10.{i // 256}.{i % 256}.0,10.255.255.255,DE\n" for i in range(5000))
         days = [{"keys": [f"2026-03-{i:02}"]} for i in range(1, 32)]  # more than are sent at a time
         rows = [{"keys": ["2026-03-01", str(i), "/", "deu", "mobile"]} for i in range(2000)]
         export = json.dumps({"totals": days, "rows": rows})
-        loaded = "loaded 50000 country ranges (IP data by DB-IP, CC BY 4.0)"
+        loaded = "loaded 5000 country ranges (IP data by DB-IP, CC BY 4.0)"
         stored = "example.org: 31 days (2026-03-01 to 2026-03-31), 2000 detail rows"
         for command, content, table, shown, result in (
             (["geoip-update"], ranges, "geo_country", "  0 lines", loaded),
