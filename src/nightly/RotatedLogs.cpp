@@ -126,7 +126,7 @@ QString lineage(const QString &path)
 {
     static const QRegularExpression rotation(QStringLiteral("[-.][0-9][-.0-9]*$"));
     const Compression *known = compression(path);
-    QString name = known ? path.chopped(qstrlen(known->suffix)) : path;
+    QString name = known ? path.chopped(static_cast<qsizetype>(qstrlen(known->suffix))) : path;
     return name.remove(rotation);
 }
 

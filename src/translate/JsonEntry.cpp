@@ -105,7 +105,7 @@ std::optional<qint64> timeOf(const QJsonValue &value)
 {
     if (const auto sinceEpoch = seconds(value))
         return static_cast<qint64>(std::floor(*sinceEpoch));
-    constexpr qsizetype kWholeSeconds = std::char_traits<char>::length("yyyy-MM-ddTHH:mm:ss");
+    constexpr qsizetype kWholeSeconds = QLatin1String("yyyy-MM-ddTHH:mm:ss").size();
     QString text = value.toString();
     if (text.size() > kWholeSeconds && QLatin1String(".,").contains(text[kWholeSeconds])) {
         const auto begin = text.cbegin() + kWholeSeconds;
