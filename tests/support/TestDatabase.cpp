@@ -38,6 +38,9 @@ TestDatabase::TestDatabase(Schema schema)
     cfg.sync();
     if (schema == Migrated)
         run(QStringLiteral(VESK_ADMIN), { "-c", config(), "migrate" });
+    const QString partition = qEnvironmentVariable("VESK_TEST_PARTITION");
+    if (schema == Migrated && !partition.isEmpty())
+        run("env", { "PGDATABASE=" + name, partition, "split", "2026-01" });
     if (!vesk::db::open(cfg, "vesk-admin-test"))
         qFatal("cannot connect");
 }

@@ -5,7 +5,8 @@
 #include <QTemporaryDir>
 
 /// A database of its own on the server that scripts/with-postgres has started, with a configuration
-/// file for it. It is the default connection while the object lives, and stays on the server.
+/// file for it. It is the default connection while the object lives, and stays on the server. With
+/// the script VESK_TEST_PARTITION of the environment it has its requests in partitions.
 class TestDatabase
 {
 public:

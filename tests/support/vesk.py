@@ -59,7 +59,10 @@ class Session:
 
 
 class Database:
-    """A database with the schema and the site example.org, and a configuration file for it."""
+    """A database with the schema and the site example.org, and a configuration file for it.
+
+    With the script VESK_TEST_PARTITION of the environment it has its requests in partitions.
+    """
 
     def __init__(self, name, options="", settings="timezone=UTC"):
         self.name = name
@@ -71,6 +74,9 @@ class Database:
         for arguments in (["migrate"], ["add-site", "example.org", "Example"]):
             run = self.admin(*arguments)
             assert run.returncode == 0, run.stderr
+        if script := os.environ.get("VESK_TEST_PARTITION"):
+            command = ["env", f"PGDATABASE={name}", script, "split", "2026-01"]
+            subprocess.run(command, check=True, stdout=subprocess.DEVNULL)
 
     def sql(self, statement):
         return psql(statement, self.name)
