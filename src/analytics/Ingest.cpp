@@ -20,8 +20,8 @@ constexpr qsizetype kSliceBytes = qsizetype { 8 } * 1024 * 1024;
 
 constexpr int kPollLines = 100;
 
-/// Collects the local calendar days of request times, which mostly come in order, and the first and
-/// the last time.
+/// Collects the local calendar days of request times, which mostly come in order, and the earliest
+/// time.
 class RequestTimes
 {
 public:
@@ -29,7 +29,6 @@ public:
     {
         const qint64 msecs = at.toMSecsSinceEpoch();
         m_first = std::min(m_first, msecs);
-        m_last = std::max(m_last, msecs);
         if (msecs >= m_from && msecs < m_to)
             return;
         const QDate day = at.toLocalTime().date();
@@ -39,18 +38,11 @@ public:
     }
 
     const QSet<QDate> &days() const { return m_days; }
-    QDateTime first() const { return time(m_first); }
-    QDateTime last() const { return time(m_last); }
+    QDateTime first() const { return QDateTime::fromMSecsSinceEpoch(m_first, Qt::UTC); }
 
 private:
-    QDateTime time(qint64 msecs) const
-    {
-        return m_days.isEmpty() ? QDateTime() : QDateTime::fromMSecsSinceEpoch(msecs, Qt::UTC);
-    }
-
     QSet<QDate> m_days;
     qint64 m_first = std::numeric_limits<qint64>::max(); ///< milliseconds since 1970
-    qint64 m_last = std::numeric_limits<qint64>::min();
     qint64 m_from = 0; ///< milliseconds since 1970 where the last day begins
     qint64 m_to = 0; ///< and where it ends
 };
@@ -80,6 +72,7 @@ struct Ingest::Slice
 {
     QList<Row> rows;
     Result counts; ///< all but the stored rows
+    QDateTime first; ///< the earliest request of the rows; meaningless when there are none
     int size = 0; ///< lines, blank ones too; 0 after the end
     int lastUsed = 0; ///< number of the last line that is not blank
 };
@@ -120,18 +113,18 @@ Ingest::Result Ingest::ingest(int siteId, const QString &siteHost, const QList<Q
     });
 }
 
-Ingest::Result Ingest::ingest(
-    int siteId, const QString &siteHost, const LineSource &nextLine, db::Transaction *whole)
+Ingest::Result Ingest::ingest(int siteId, const QString &siteHost, const LineSource &nextLine,
+    db::Transaction *whole, const LineObserver &observe)
 {
     RowBuilder builder(m_secret, siteId, siteHost);
     Result total;
     m_linesDone = 0;
     bool hasVisits = !whole;
-    Slice slice = readSlice(builder, nextLine);
+    Slice slice = readSlice(builder, nextLine, observe);
     while (slice.size > 0) {
         const qsizetype rows = slice.rows.size();
         if (rows > 0 && !std::exchange(hasVisits, true))
-            takeUpVisits(siteId, slice.counts.first);
+            takeUpVisits(siteId, slice.first);
         std::optional<db::Transaction> own;
         db::Transaction &transaction = whole ? *whole : own.emplace(db::Transaction::Keep);
         QString cause = transaction.error();
@@ -141,7 +134,7 @@ Ingest::Result Ingest::ingest(
                 whole ? db::StatementStream::ReportFirst : db::StatementStream::ReportEach);
         slice.rows.clear();
         m_visits.prune(QDateTime::currentDateTimeUtc());
-        Slice next = readSlice(builder, nextLine);
+        Slice next = readSlice(builder, nextLine, observe);
         const int stored = m_writer.finish();
         const bool kept = whole ? transaction.isOpen() && stored == rows : transaction.commit();
         if (!kept && rows > 0)
@@ -154,11 +147,6 @@ Ingest::Result Ingest::ingest(
         total.stored += stored;
         total.skipped += slice.counts.skipped;
         total.days.unite(slice.counts.days);
-        if (rows > 0) {
-            total.first = total.first.isValid() ? std::min(total.first, slice.counts.first)
-                                                : slice.counts.first;
-            total.last = std::max(total.last, slice.counts.last);
-        }
         if (whole && !total.lost.isEmpty())
             break; // nothing of it will be kept
         slice = std::move(next);
@@ -167,7 +155,8 @@ Ingest::Result Ingest::ingest(
 }
 
 /// Prepares the rows of the next slice, and lets the writer go on with what it has.
-Ingest::Slice Ingest::readSlice(RowBuilder &builder, const LineSource &nextLine)
+Ingest::Slice Ingest::readSlice(
+    RowBuilder &builder, const LineSource &nextLine, const LineObserver &observe)
 {
     Slice slice;
     RequestTimes times;
@@ -181,6 +170,8 @@ Ingest::Slice Ingest::readSlice(RowBuilder &builder, const LineSource &nextLine)
         bytes += line->size();
         Row row;
         const RowBuilder::Outcome outcome = builder.build(*line, row);
+        if (observe)
+            observe(outcome, row);
         if (outcome != RowBuilder::Outcome::Blank) {
             ++slice.counts.lines;
             slice.lastUsed = slice.size;
@@ -194,8 +185,7 @@ Ingest::Slice Ingest::readSlice(RowBuilder &builder, const LineSource &nextLine)
             m_writer.poll();
     }
     slice.counts.days = times.days();
-    slice.counts.first = times.first();
-    slice.counts.last = times.last();
+    slice.first = times.first();
     return slice;
 }
 

@@ -43,14 +43,15 @@ public:
         int stored = 0; ///< rows whose statement succeeded
         int skipped = 0; ///< lines that are no access-log entries
         QSet<QDate> days; ///< with requests, in the local time zone
-        QDateTime first; ///< the earliest of these requests; invalid when there is none
-        QDateTime last; ///< the latest of them
         QList<LostSlice> lost;
     };
 
     /// Gives one line after the other, without line feeds, then nothing. A line need only be valid
     /// until the next call.
     using LineSource = std::function<std::optional<QByteArrayView>()>;
+
+    /// Told what became of the line handed out last, with its row when there is one.
+    using LineObserver = std::function<void(RowBuilder::Outcome outcome, const Row &row)>;
 
     /// Reads from the database what the import needs. False when it has no visitor secret.
     bool init();
@@ -71,9 +72,10 @@ public:
     /// the one before.
     /// With \a whole, the caller's transaction, all slices are left in that, to be committed or not
     /// by the caller; the first one that could not be stored is in the result, and ends the work.
-    /// Visits then go on from what is stored, and not from the lines before.
+    /// Visits then go on from what is stored, and not from the lines before. \a observe, when
+    /// given, is called for each line before the next one is asked for.
     Result ingest(int siteId, const QString &siteHost, const LineSource &nextLine,
-        db::Transaction *whole = nullptr);
+        db::Transaction *whole = nullptr, const LineObserver &observe = {});
 
     /// Imports lines that are all there, slice by slice.
     Result ingest(int siteId, const QString &siteHost, const QList<QByteArray> &lines);
@@ -89,7 +91,7 @@ public:
 private:
     struct Slice;
 
-    Slice readSlice(RowBuilder &builder, const LineSource &nextLine);
+    Slice readSlice(RowBuilder &builder, const LineSource &nextLine, const LineObserver &observe);
     void takeUpVisits(int siteId, const QDateTime &from);
     void complete(QList<Row> &rows, const db::Transaction &transaction, QString *cause);
 

@@ -1,9 +1,9 @@
 #include "nightly/Complaints.h"
 
-#include "analytics/LogParser.h"
 #include "common/Text.h"
 
 #include <algorithm>
+#include <cstdio>
 
 namespace vesk::nightly {
 
@@ -11,7 +11,32 @@ namespace {
 
 constexpr qsizetype kShownBytes = 200;
 
+QByteArray shown(const QString &text)
+{
+    return clean(text).toLocal8Bit();
+}
+
 } // namespace
+
+void complain(const RotatedLog &log, const QString &what)
+{
+    qWarning("%s %s", shown(log.path()).constData(), shown(what).constData());
+}
+
+void leave(const RotatedLog &log, const char *was)
+{
+    printf("%s %s and is left for the next run\n", shown(log.path()).constData(), was);
+}
+
+QString postponed()
+{
+    return QStringLiteral("is not imported, the next run tries again");
+}
+
+QString uncertain()
+{
+    return QStringLiteral("may not be imported: the next run finds out and does it");
+}
 
 QString damage(const RotatedLog &log)
 {
@@ -30,24 +55,21 @@ QString strangeFormat(QByteArrayView line)
         return QStringLiteral("holds no text, not one line is an access-log entry; it is noted as "
                               "imported");
     const QByteArray begin = line.first(std::min(line.size(), kShownBytes)).toByteArray();
-    const qsizetype blank = line.indexOf(' ');
-    const bool namesHost = blank > 0 && analytics::parseCombined(line.sliced(blank + 1));
-    return QStringLiteral("not one line is an access-log entry, the first is: %1%2")
-        .arg(clean(QString::fromUtf8(begin)),
-            namesHost ? QStringLiteral(" (a host name in front, as in Apache's format "
-                                       "vhost_combined: give the site a log of its own in the "
-                                       "format combined)")
-                      : QString());
+    return QStringLiteral("not one line is an access-log entry, the first is: ")
+        + QString::fromUtf8(begin);
 }
 
-QString lostSlice(const analytics::Ingest::LostSlice &slice)
+QString lostSlice(const analytics::Ingest::LostSlice &slice, bool merged)
 {
-    return QStringLiteral("is not imported: the database did not keep lines %1 to %2%3; nothing of "
-                          "it is stored, the next run tries again")
-        .arg(slice.firstLine)
-        .arg(slice.lastLine)
-        .arg(slice.cause.isEmpty() ? QString()
-                                   : QLatin1String(": ") + slice.cause.section(u'\n', 0, 0));
+    const QString lines = merged
+        ? QStringLiteral("some lines of the merged logs")
+        : QStringLiteral("lines %1 to %2").arg(slice.firstLine).arg(slice.lastLine);
+    return QStringLiteral(
+        "is not imported: the database did not keep %1%2; nothing of it is stored, "
+        "the next run tries again")
+        .arg(lines,
+            slice.cause.isEmpty() ? QString()
+                                  : QLatin1String(": ") + slice.cause.section(u'\n', 0, 0));
 }
 
 QString changed(const Entry &former, const QString &host)

@@ -12,40 +12,36 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <map>
 
 namespace vesk::nightly {
-
-using analytics::Ingest;
 
 namespace {
 
 /// The web server may not be done with a log that was written to so recently.
 constexpr qint64 kYoungSecs = 300;
+constexpr auto kIsYoung = "was written to in the last five minutes";
 
 /// A log that was left so often with the same content is not being written to.
 constexpr int kMostRunsLeft = 2;
-
-/// A log is taken for another one that was changed when of its requests so many are stored already:
-/// one in two of those from the time of the other, and one in twenty of all. Less than that comes
-/// of one second with many like requests, in which the log was rotated.
-constexpr qint64 kRepeatedWithin = 2;
-constexpr qint64 kRepeatedOfAll = 20;
 
 QByteArray shown(const QString &text)
 {
     return clean(text).toLocal8Bit();
 }
 
-/// The times of what was imported.
-Span spanOf(const Ingest::Result &result)
+QByteArray beginningsOf(const RotatedLog &log)
 {
-    Span span;
-    if (result.first.isValid()) {
-        span.add(result.first.toSecsSinceEpoch());
-        span.add(result.last.toSecsSinceEpoch());
-    }
-    return span;
+    LogContent content(log);
+    content.skipRest();
+    return content.beginnings();
+}
+
+/// Whether one of two logs that begin with the same line begins with all of the other.
+bool areAlike(const RotatedLog &one, const RotatedLog &other)
+{
+    const QByteArray a = beginningsOf(one);
+    const QByteArray b = beginningsOf(other);
+    return a.startsWith(b) || b.startsWith(a);
 }
 
 } // namespace
@@ -55,6 +51,7 @@ Import::Import(const Site &site, Task task)
     , m_tonight(m_ledger)
     , m_task(task)
     , m_readsLive(readsLiveLogs())
+    , m_intake(m_ledger, m_tonight, task, m_count)
 {
 }
 
@@ -62,11 +59,11 @@ bool Import::run(const QStringList &patterns)
 {
     if (!begin() || !lookForLogs(patterns))
         return false;
-    if (m_task == Store && !takeOldMarks(m_ledger, m_tonight))
+    if (m_task == Task::Store && !takeOldMarks(m_ledger, m_tonight))
         return false;
     lookAtAll();
     finish();
-    if (m_task == Store)
+    if (m_task == Task::Store)
         rollUp();
     return !m_failed;
 }
@@ -92,14 +89,7 @@ bool Import::begin()
         if (!m_ledger.lock())
             return false;
     }
-    if (!m_ledger.create())
-        return false;
-    if (m_task == Store && !m_ingest.init()) {
-        qCritical("the database has no visitor_secret: run vesk-admin migrate, or restore the "
-                  "setting from a backup");
-        return false;
-    }
-    return true;
+    return m_ledger.create() && m_intake.init();
 }
 
 /// Lists and opens the logs. False, after a message, when there is nothing to do for the task.
@@ -115,218 +105,156 @@ bool Import::lookForLogs(const QStringList &patterns)
     if (!m_tonight.logs().isEmpty())
         return true;
     const QByteArray where = shown(patterns.join(QLatin1String(" or ")));
-    const bool isAwaited = m_task == Store && !m_failed && m_ledger.isEmpty().value_or(false)
+    const bool isAwaited = m_task == Task::Store && !m_failed && m_ledger.isEmpty().value_or(false)
         && m_ledger.isNew().value_or(false);
     if (isAwaited) {
         printf("no file matches %s yet: the first rotation is awaited\n", where.constData());
         return true;
     }
     qWarning("no file matches %s%s", where.constData(),
-        m_task == Note ? "; name the files, or set VESK_LOGS as the service does" : "");
+        m_task == Task::Note ? "; name the files, or set VESK_LOGS as the service does" : "");
     m_failed = true;
-    return m_task == Store;
+    return m_task == Task::Store;
 }
 
 void Import::lookAtAll()
 {
     m_wereYoung = m_ledger.young().value_or(QHash<QByteArray, int>());
-    std::map<Outcome, qint64> count;
     for (Log &log : m_tonight.logs())
-        ++count[look(log)];
-    m_failed = m_failed || count[Outcome::Failed] > 0;
-    const bool nothing
-        = count[Outcome::Nothing] > 0 && count[Outcome::Nothing] == m_tonight.logs().size();
-    if (m_task == Note)
-        printf("noted as imported: %lld logs\n", qlonglong { count[Outcome::Done] });
-    else if (nothing && !m_failed)
+        look(log);
+    takePending();
+    while (!m_later.empty()) {
+        Log *log = m_later.back();
+        m_later.pop_back();
+        look(*log);
+        takePending();
+    }
+    m_failed = m_failed || m_count.failed > 0;
+    if (m_task == Task::Note)
+        printf("noted as imported: %lld logs\n", qlonglong { m_count.taken });
+    else if (m_count.known > 0 && m_count.taken + m_count.waiting == 0 && !m_failed)
         printf("no new logs of %s\n", shown(m_ledger.site().host).constData());
 }
 
-/// Finds out whether a log has anything new, and takes that.
-Import::Outcome Import::look(Log &log)
+/// Finds out whether a log has anything new.
+void Import::look(Log &log)
 {
-    if (log.entry != 0)
-        return Outcome::Nothing;
+    if (log.entry != 0) {
+        ++m_count.known;
+        return;
+    }
     if (const QString why = log.file.obstacle(); !why.isEmpty())
         return refuse(log, why);
     db::Transaction transaction;
     if (!transaction.isOpen() || !m_ledger.lockTransaction())
-        return postpone(log);
-    Portion portion { std::make_unique<LogContent>(log.file), {}, {} };
+        return refuse(log, postponed());
+    Portion portion;
+    portion.log = &log;
+    portion.content = std::make_unique<LogContent>(log.file);
     const auto line = portion.content->first();
     portion.firstLine = line ? line->toByteArray() : QByteArray();
     portion.entry.firstLine = sha256({ portion.firstLine, "\n" }).toHex();
+    const auto relatives = m_ledger.entriesBeginning(portion.entry.firstLine);
+    if (!relatives)
+        return refuse(log, postponed());
+    portion.relatives = *relatives;
     if ((!line || portion.content->endsInFirst()) && !portion.content->intact())
-        return damaged(log, std::move(portion), transaction);
-    if (!line)
-        return Outcome::Nothing;
-    return lookAtPortion(log, std::move(portion), transaction);
+        return damaged(std::move(portion), transaction);
+    if (line)
+        compareWith(std::move(portion), transaction);
+    else
+        ++m_count.known;
 }
 
-/// Compares a log with what is imported, unless it begins like nothing of that, and takes what is
-/// new.
-Import::Outcome Import::lookAtPortion(Log &log, Portion portion, db::Transaction &transaction)
+/// Compares a log with what is imported, unless it begins like nothing of that.
+void Import::compareWith(Portion portion, db::Transaction &transaction)
 {
-    const auto known = m_ledger.entriesBeginning(portion.entry.firstLine);
-    if (!known)
-        return postpone(log);
+    const Log &log = *portion.log;
     const bool mustWait = isYoung(log) && !m_readsLive;
-    if (known->isEmpty() && !mustWait)
-        return take(log, std::move(portion), transaction);
+    if (portion.relatives.isEmpty() && !mustWait)
+        return addPending(std::move(portion));
 
-    const Likeness likeness = compare(*portion.content, *known);
+    const Likeness likeness = compare(*portion.content, portion.relatives);
     if (likeness.same || likeness.beginningOf)
-        return settle(log, likeness.same ? *likeness.same : *likeness.beginningOf,
-            likeness.same.has_value(), *portion.content, transaction);
+        return settle(portion, likeness.same ? *likeness.same : *likeness.beginningOf,
+            likeness.same.has_value(), transaction);
     if (!portion.content->intact())
-        return damaged(log, std::move(portion), transaction);
+        return damaged(std::move(portion), transaction);
     if (mustWait && !mayBeTaken(*portion.content))
-        return leave(log, "was written to in the last five minutes");
+        return wait(log, kIsYoung);
     if (const auto grown = m_tonight.grownFrom(log, likeness.continues))
         portion.entry = *grown;
-    portion.content = nullptr; // two cannot read at the same time
-    portion.content = std::make_unique<LogContent>(log.file);
-    if (portion.entry.id != 0 && !portion.content->skip(portion.entry))
-        return leave(log, "was changed while it was read");
-    return take(log, std::move(portion), transaction);
+    portion.content = nullptr;
+    addPending(std::move(portion));
+}
+
+/// Of two logs of which one begins with all of the other, or is a copy, the second one is looked at
+/// again once the first one is taken. Only a single one stays open, or there could be too many.
+void Import::addPending(Portion portion)
+{
+    if (!m_pending.empty()) {
+        m_pending.front().content = nullptr;
+        portion.content = nullptr;
+    }
+    const bool isAlike = std::any_of(m_pending.begin(), m_pending.end(), [&](const Portion &one) {
+        return one.entry.firstLine == portion.entry.firstLine
+            && areAlike(one.file(), portion.file());
+    });
+    if (isAlike)
+        m_later.insert(m_later.begin(), portion.log);
+    else
+        m_pending.push_back(std::move(portion));
+}
+
+void Import::takePending()
+{
+    for (const std::vector<size_t> &group : groups(m_pending)) {
+        std::vector<Portion *> portions;
+        for (const size_t index : group)
+            portions.push_back(&m_pending[index]);
+        const std::vector<Log *> again = m_intake.take(portions);
+        m_later.insert(m_later.begin(), again.rbegin(), again.rend());
+    }
+    m_pending.clear();
 }
 
 /// Notes that all of a log was imported as \a entry before.
-Import::Outcome Import::settle(
-    Log &log, const Entry &entry, bool whole, LogContent &content, db::Transaction &transaction)
+void Import::settle(Portion &portion, const Entry &entry, bool whole, db::Transaction &transaction)
 {
-    const bool intact = content.intact();
+    Log &log = *portion.log;
+    const bool intact = portion.content->intact();
     if (!intact && isBeingMade(log))
-        return leave(log, "was written to in the last five minutes");
-    if (!m_tonight.know(log, entry, whole, content) || !transaction.commit())
-        return postpone(log);
+        return wait(log, kIsYoung);
+    if (!m_tonight.know(log, entry, whole, *portion.content) || !transaction.commit())
+        return refuse(log, postponed());
     if (!intact)
         printf("%s is damaged, but it was imported as %s on %s\n",
             shown(log.file.path()).constData(), shown(entry.name).constData(),
             qPrintable(entry.at));
-    return Outcome::Nothing;
-}
-
-/// Takes what is left of a log, in one transaction.
-Import::Outcome Import::take(Log &log, Portion portion, db::Transaction &transaction)
-{
-    const bool isNew = portion.entry.id == 0;
-    const auto result = m_task == Store ? store(log, portion, transaction) : passOver(portion);
-    if (!result)
-        return Outcome::Failed;
-    if (!log.file.isArchive() && log.file.isShorterThan(portion.content->bytes()))
-        return leave(log, "was cut off while it was read");
-    if (isNew && result->lines > 0 && result->skipped == result->lines)
-        return takeStrange(log, portion, *result, transaction);
-    if (!save(log, portion, result->days, transaction))
-        return Outcome::Failed;
-    if (m_task == Store)
-        tell(log, *result);
-    return Outcome::Done;
-}
-
-/// What becomes of a log without one entry: only rubbish is noted, so that it is told once.
-Import::Outcome Import::takeStrange(
-    Log &log, Portion &portion, const Ingest::Result &result, db::Transaction &transaction)
-{
-    tell(log, result);
-    portion.entry.lines = portion.entry.stored = std::nullopt;
-    if (isRubbish(portion.firstLine) && !save(log, portion, {}, transaction))
-        return Outcome::Failed;
-    return refuse(log, strangeFormat(portion.firstLine));
-}
-
-/// Notes what is taken, and ends the transaction. False after a message.
-bool Import::save(Log &log, Portion &portion, const QSet<QDate> &days, db::Transaction &transaction)
-{
-    Entry &entry = portion.entry;
-    entry.content = portion.content->checksum();
-    entry.bytes = portion.content->bytes();
-    entry.beginnings = portion.content->beginnings();
-    entry.name = log.file.path();
-    const bool saved = m_ledger.save(entry) && m_tonight.know(log, entry, true, *portion.content)
-        && m_ledger.addDays(days) && transaction.commit();
-    if (!saved)
-        refuse(log, QStringLiteral("may not be imported: the next run finds out and does it"));
-    return saved;
-}
-
-void Import::tell(const Log &log, const Ingest::Result &result)
-{
-    printf("%s: %d lines, %d stored, %d not log entries\n", shown(log.file.path()).constData(),
-        result.lines, result.stored, result.skipped);
-}
-
-/// Only notes the lines that are left.
-std::optional<Ingest::Result> Import::passOver(Portion &portion)
-{
-    portion.entry.span.unite(spanOf(*portion.content));
-    return Ingest::Result();
-}
-
-/// Stores the lines that are left. Nothing, after a message, when not all of them could be, or had
-/// been before.
-std::optional<Ingest::Result> Import::store(
-    const Log &log, Portion &portion, db::Transaction &transaction)
-{
-    const Site &site = m_ledger.site();
-    Ingest::Result result = m_ingest.ingest(
-        site.id, site.host, [&] { return portion.content->next(); }, &transaction);
-    QString why;
-    if (!result.lost.isEmpty())
-        why = lostSlice(result.lost.first());
-    else if (!portion.content->intact())
-        why = damage(log.file);
-    else if (const auto former = changedFrom(log, portion.entry, result))
-        why = changed(*former, site.host);
-    if (!why.isEmpty()) {
-        refuse(log, why);
-        return {};
-    }
-    portion.entry.span.unite(spanOf(result));
-    portion.entry.lines = portion.entry.lines.value_or(0) + result.lines;
-    portion.entry.stored = portion.entry.stored.value_or(0) + result.stored;
-    return result;
-}
-
-/// The entry that a log, whose lines are stored by now, is a changed form of: one that is not there
-/// any more, has lines of the same time, and whose requests are those of the log.
-std::optional<Entry> Import::changedFrom(
-    const Log &log, const Entry &own, const Ingest::Result &result)
-{
-    const Span span = spanOf(result);
-    const auto others = span.first ? m_ledger.entriesWithin(span) : QList<Entry>();
-    for (const Entry &other : others.value_or(QList<Entry>())) {
-        const Span common { std::max(span.first, other.span.first),
-            std::min(span.last, other.span.last) };
-        if (other.id == own.id || m_tonight.isThere(other, log))
-            continue;
-        const auto repeats = m_ledger.repeats(common);
-        if (repeats && repeats->repeated * kRepeatedOfAll > result.stored
-            && repeats->repeated * kRepeatedWithin >= repeats->requests)
-            return other;
-    }
-    return {};
+    ++m_count.known;
 }
 
 /// What becomes of a log of which not all can be read. One of which nothing can be read, not even
 /// the first line, may be known by its name, its time or its file.
-Import::Outcome Import::damaged(Log &log, Portion portion, db::Transaction &transaction)
+void Import::damaged(Portion portion, db::Transaction &transaction)
 {
-    if (m_task == Note)
-        return take(log, std::move(portion), transaction);
+    const Log &log = *portion.log;
+    if (m_task == Task::Note) {
+        portion.content = nullptr;
+        return addPending(std::move(portion));
+    }
     if (isBeingMade(log))
-        return leave(log, "was written to in the last five minutes");
+        return wait(log, kIsYoung);
     const auto former
         = portion.content->beginnings().isEmpty() ? m_tonight.former(log) : std::optional<Entry>();
     if (former)
-        return settle(log, *former, false, *portion.content, transaction);
-    return refuse(log, damage(log.file));
+        return settle(portion, *former, false, transaction);
+    refuse(log, damage(log.file));
 }
 
 bool Import::isYoung(const Log &log) const
 {
-    return m_task == Store && std::abs(log.file.age()) < kYoungSecs;
+    return m_task == Task::Store && std::abs(log.file.age()) < kYoungSecs;
 }
 
 /// Whether it may be an archive that is not complete yet.
@@ -345,28 +273,23 @@ bool Import::mayBeTaken(const LogContent &content)
     return false;
 }
 
-Import::Outcome Import::leave(const Log &log, const char *why)
+void Import::refuse(const Log &log, const QString &why)
 {
-    printf("%s %s and is left for the next run\n", shown(log.file.path()).constData(), why);
-    return Outcome::Waits;
+    complain(log.file, why);
+    ++m_count.failed;
 }
 
-Import::Outcome Import::refuse(const Log &log, const QString &why)
+void Import::wait(const Log &log, const char *why)
 {
-    qWarning("%s %s", shown(log.file.path()).constData(), shown(why).constData());
-    return Outcome::Failed;
-}
-
-Import::Outcome Import::postpone(const Log &log)
-{
-    return refuse(log, QStringLiteral("is not imported, the next run tries again"));
+    leave(log.file, why);
+    ++m_count.waiting;
 }
 
 void Import::finish()
 {
     db::Transaction transaction;
     const bool done = transaction.isOpen() && m_tonight.tidy()
-        && (m_task == Note || m_ledger.replaceYoung(m_areYoung)) && transaction.commit();
+        && (m_task == Task::Note || m_ledger.replaceYoung(m_areYoung)) && transaction.commit();
     m_failed = m_failed || !done;
 }
 

@@ -1,13 +1,6 @@
 #pragma once
 
-#include "analytics/Ingest.h"
-#include "nightly/Tonight.h"
-
-#include <memory>
-
-namespace vesk::db {
-class Transaction;
-} // namespace vesk::db
+#include "nightly/Intake.h"
 
 namespace vesk::nightly {
 
@@ -16,12 +9,8 @@ namespace vesk::nightly {
 class Import
 {
 public:
-    enum Task {
-        Store, ///< import what is new
-        Note, ///< only note it as imported
-    };
-
     Import(const Site &site, Task task);
+    Q_DISABLE_COPY_MOVE(Import)
 
     /// Looks at all logs that match \a patterns, in the order of their last change, then rolls days
     /// up. False when anything went wrong.
@@ -33,40 +22,20 @@ public:
 private:
     using Log = Tonight::Log;
 
-    enum class Outcome { Done, Nothing, Waits, Failed };
-
-    /// The lines of a log that are to be taken.
-    struct Portion
-    {
-        std::unique_ptr<LogContent> content;
-        Entry entry; ///< what is imported of the log, or a new one
-        QByteArray firstLine;
-    };
-
     bool begin();
     bool lookForLogs(const QStringList &patterns);
     void lookAtAll();
-    Outcome look(Log &log);
-    Outcome lookAtPortion(Log &log, Portion portion, db::Transaction &transaction);
-    Outcome settle(Log &log, const Entry &entry, bool whole, LogContent &content,
-        db::Transaction &transaction);
-    Outcome take(Log &log, Portion portion, db::Transaction &transaction);
-    Outcome leave(const Log &log, const char *why);
-    Outcome damaged(Log &log, Portion portion, db::Transaction &transaction);
-    Outcome takeStrange(Log &log, Portion &portion, const analytics::Ingest::Result &result,
-        db::Transaction &transaction);
-    bool save(Log &log, Portion &portion, const QSet<QDate> &days, db::Transaction &transaction);
-    void tell(const Log &log, const analytics::Ingest::Result &result);
-    std::optional<analytics::Ingest::Result> passOver(Portion &portion);
-    std::optional<analytics::Ingest::Result> store(
-        const Log &log, Portion &portion, db::Transaction &transaction);
-    std::optional<Entry> changedFrom(
-        const Log &log, const Entry &own, const analytics::Ingest::Result &result);
+    void look(Log &log);
+    void compareWith(Portion portion, db::Transaction &transaction);
+    void addPending(Portion portion);
+    void takePending();
+    void settle(Portion &portion, const Entry &entry, bool whole, db::Transaction &transaction);
+    void damaged(Portion portion, db::Transaction &transaction);
     bool isYoung(const Log &log) const;
     bool isBeingMade(const Log &log) const;
     bool mayBeTaken(const LogContent &content);
-    Outcome refuse(const Log &log, const QString &why);
-    Outcome postpone(const Log &log);
+    void refuse(const Log &log, const QString &why);
+    void wait(const Log &log, const char *why);
     void finish();
     void rollUp();
 
@@ -74,7 +43,10 @@ private:
     Tonight m_tonight;
     const Task m_task;
     const bool m_readsLive; ///< takes young logs as far as they are written
-    analytics::Ingest m_ingest;
+    Count m_count;
+    Intake m_intake;
+    std::vector<Portion> m_pending; ///< to be taken
+    std::vector<Log *> m_later; ///< to be looked at again once these are
     QHash<QByteArray, int> m_wereYoung; ///< runs on end that left a content for being young
     QHash<QByteArray, int> m_areYoung; ///< this one included
     bool m_failed = false;

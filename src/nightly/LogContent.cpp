@@ -1,6 +1,6 @@
 #include "nightly/LogContent.h"
 
-#include "analytics/LogParser.h"
+#include "translate/TimeSpan.h"
 
 #include <algorithm>
 #include <bit>
@@ -19,13 +19,6 @@ constexpr qsizetype kBeginningBytes = 4;
 quint64 step(quint64 number)
 {
     return std::bit_floor(std::max(number / kFineLines, quint64 { 1 }));
-}
-
-/// In seconds since 1970; nothing when the line is no entry.
-std::optional<qint64> timeOf(QByteArrayView line)
-{
-    const auto log = analytics::parseCombined(line);
-    return log ? std::optional(log->at.toSecsSinceEpoch()) : std::nullopt;
 }
 
 /// Whether the whole of \a content, with \a last as the time of its last line, is the beginning of
@@ -121,7 +114,7 @@ Likeness compare(LogContent &content, const QList<Entry> &entries)
     Likeness likeness;
     for (const Entry &entry : entries) {
         if (content.checksumAt(entry.bytes) != entry.content) {
-            if (isBeginning(content, timeOf(lastLine), entry))
+            if (isBeginning(content, translate::timeOf(lastLine), entry))
                 likeness.beginningOf = entry;
         } else if (entry.bytes == content.bytes()) {
             likeness.same = entry;
@@ -138,7 +131,7 @@ Span spanOf(LogContent &content)
 {
     Span span;
     while (const auto line = content.next()) {
-        if (const auto at = timeOf(*line))
+        if (const auto at = translate::timeOf(*line))
             span.add(*at);
     }
     return span;

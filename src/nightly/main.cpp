@@ -54,12 +54,12 @@ bool followTimeZone(const QSettings &cfg)
 
 bool import(const Site &site, const QStringList &)
 {
-    return Import(site, Import::Store).run(logPatterns(site.host, readsLiveLogs()));
+    return Import(site, Task::Store).run(logPatterns(site.host, readsLiveLogs()));
 }
 
 bool mark(const Site &site, const QStringList &files)
 {
-    Import import(site, Import::Note);
+    Import import(site, Task::Note);
     return files.isEmpty() ? import.run(logPatterns(site.host, readsLiveLogs()))
                            : import.runOn(files);
 }

@@ -23,6 +23,9 @@ public:
     /// The next line, valid until the next call; nothing after the last.
     std::optional<QByteArrayView> next();
 
+    /// The index of the log that the line handed out last is of.
+    std::size_t latest() const { return m_latest.value_or(0); }
+
 private:
     /// A log with the line that comes next in it.
     struct Log

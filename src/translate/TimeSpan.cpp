@@ -14,6 +14,8 @@ namespace {
 
 constexpr size_t kLastLines = 16;
 
+} // namespace
+
 std::optional<qint64> timeOf(QByteArrayView line)
 {
     const auto format = formatOf(line);
@@ -21,8 +23,6 @@ std::optional<qint64> timeOf(QByteArrayView line)
     const auto parsed = entry ? analytics::parseCombined(entry->line) : std::nullopt;
     return parsed ? std::optional(parsed->at.toSecsSinceEpoch()) : std::nullopt;
 }
-
-} // namespace
 
 std::optional<TimeSpan> timeSpan(const LineSource &lines)
 {

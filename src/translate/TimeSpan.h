@@ -20,6 +20,9 @@ struct TimeSpan
     }
 };
 
+/// The time of an entry in any of the formats, in seconds since 1970; nothing when \a line is none.
+std::optional<qint64> timeOf(QByteArrayView line);
+
 /// The times of the first and of the last entry of a log in any of the formats, of whatever hosts.
 /// Nothing when it has none, or the last 16 lines have none. All of \a lines are read, which is
 /// cheap, for hardly any is looked at.

@@ -54,7 +54,7 @@ class Nights(unittest.TestCase):
 
     def write(self, suffix, text, age=3600, keep=None):
         """A log. With keep its file stays the same one with so many bytes of it, as when it grows."""
-        target = self.folder / f"a b.log{suffix}"
+        target = self.folder / (suffix if "/" in suffix else f"a b.log{suffix}")
         data = text if isinstance(text, bytes) else text.encode()
         with open(target, "wb" if keep is None else "r+b") as file:
             file.seek(keep or 0)
