@@ -20,8 +20,17 @@ SITE = "https://example.org"
 DAYS = 28
 ROWS = 300
 PAGE_VIEW = re.compile(r'\[(\d\d/\w{3}/\d{4}):[^"]*"GET (/(?:blog|guides)/[^? ]+) \S+" 200 ')
-COUNTRIES = [("deu", 40), ("usa", 22), ("gbr", 12), ("fra", 7), ("aut", 6), ("che", 5), ("ind", 4),
-             ("nld", 3), ("zzz", 1)]
+COUNTRIES = [
+    ("deu", 40),
+    ("usa", 22),
+    ("gbr", 12),
+    ("fra", 7),
+    ("aut", 6),
+    ("che", 5),
+    ("ind", 4),
+    ("nld", 3),
+    ("zzz", 1),
+]
 DEVICES = [("MOBILE", 60), ("DESKTOP", 36), ("TABLET", 4)]
 
 
@@ -54,8 +63,12 @@ def query_for(page):
 
 def figures(impressions, position):
     clicks = min(impressions, int(impressions * (0.02 + 0.5 * random.random()) / position))
-    return {"clicks": clicks, "impressions": impressions, "ctr": round(clicks / impressions, 4),
-            "position": round(position, 1)}
+    return {
+        "clicks": clicks,
+        "impressions": impressions,
+        "ctr": round(clicks / impressions, 4),
+        "position": round(position, 1),
+    }
 
 
 def main():
@@ -65,10 +78,19 @@ def main():
     rows = []
     for number in range(ROWS):
         page = weighted(pages)
-        keys = [days[number * DAYS // ROWS], query_for(page), SITE + page, weighted(COUNTRIES),
-                weighted(DEVICES)]
-        rows.append({"keys": keys,
-                     **figures(1 + int(120 * random.random() ** 3), 1 + 25 * random.random() ** 2)})
+        keys = [
+            days[number * DAYS // ROWS],
+            query_for(page),
+            SITE + page,
+            weighted(COUNTRIES),
+            weighted(DEVICES),
+        ]
+        rows.append(
+            {
+                "keys": keys,
+                **figures(1 + int(120 * random.random() ** 3), 1 + 25 * random.random() ** 2),
+            }
+        )
 
     # The engine leaves rare queries out of the rows, so the totals are higher than their sums.
     totals = []
@@ -76,12 +98,24 @@ def main():
         listed = [row for row in rows if row["keys"][0] == day]
         impressions = sum(row["impressions"] for row in listed) * 2 + int(200 * random.random())
         clicks = sum(row["clicks"] for row in listed) + int(impressions * 0.02)
-        totals.append({"keys": [day], "clicks": clicks, "impressions": impressions,
-                       "ctr": round(clicks / impressions, 4),
-                       "position": round(9 + 4 * random.random(), 1)})
+        totals.append(
+            {
+                "keys": [day],
+                "clicks": clicks,
+                "impressions": impressions,
+                "ctr": round(clicks / impressions, 4),
+                "position": round(9 + 4 * random.random(), 1),
+            }
+        )
     # One line each, so that changes can be read.
-    print('{"totals": [', ",\n".join(map(json.dumps, totals)), '], "rows": [',
-          ",\n".join(map(json.dumps, rows)), "]}", sep="\n")
+    print(
+        '{"totals": [',
+        ",\n".join(map(json.dumps, totals)),
+        '], "rows": [',
+        ",\n".join(map(json.dumps, rows)),
+        "]}",
+        sep="\n",
+    )
 
 
 if __name__ == "__main__":

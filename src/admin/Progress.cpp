@@ -90,9 +90,11 @@ QString progressLine(const ProgressState &state, int columns)
             += QStringLiteral("%1 %").arg(std::min(state.done * 100 / state.total, qint64 { 100 }));
     if (!state.unit.isEmpty()) {
         fields += vesk::grouped(static_cast<double>(state.count)) + u' ' + state.unit;
-        if (state.msecs > 0)
-            fields += vesk::grouped(static_cast<double>(state.count * 1000 / state.msecs)) + u' '
-                + state.unit + QLatin1String("/s");
+        if (state.msecs > 0) {
+            const qint64 perSecond = state.count * 1000 / state.msecs;
+            fields += vesk::grouped(static_cast<double>(perSecond)) + u' ' + state.unit
+                + QLatin1String("/s");
+        }
     }
     if (state.total > 0 && state.done > 0) {
         const auto rest = static_cast<double>(std::max(state.total - state.done, qint64 { 0 }));

@@ -8,7 +8,7 @@ namespace vesk {
 
 QString comparableHost(const QString &host)
 {
-    const QString lower = host.toLower();
+    QString lower = host.toLower();
     const auto isAscii = [](QChar c) { return c.unicode() < 0x80; };
     if (std::all_of(lower.begin(), lower.end(), isAscii) && !lower.contains(QLatin1String("xn--")))
         return lower; // a URL's host would turn numbers into addresses

@@ -79,7 +79,7 @@ QString fit(const QString &text, int columns)
 
 QString fitEnd(const QString &text, int columns)
 {
-    const QString whole = clean(text);
+    QString whole = clean(text);
     int width = columnsOf(whole);
     if (width <= columns)
         return whole;
