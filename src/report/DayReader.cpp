@@ -27,6 +27,16 @@ QString newestDayNote(const Task &task, bool *isPart)
         .arg(dayName(site.newest), site.lastRequestTime.toString(QStringLiteral("hh:mm")));
 }
 
+QList<QDate> missingDays(const Task &task)
+{
+    QList<QDate> missing;
+    for (QDate day = task.period.first; day <= task.period.last; day = day.addDays(1)) {
+        if (!task.days.contains(day))
+            missing += day;
+    }
+    return missing;
+}
+
 /// The page views of each hour, summed up over the period.
 Chart readHours(Task &task)
 {
@@ -80,8 +90,11 @@ void readDays(Task &task)
 
 void judgePeriods(const Task &task, const Totals &now, const Totals &before, Report &report)
 {
+    report.days = now.days;
     if (now.days < task.period.days())
-        report.notes += QStringLiteral("There is a report for %1 of these days.").arg(now.days);
+        report.notes += QStringLiteral("There is a report for %1 of these days, none for %2.")
+                            .arg(now.days)
+                            .arg(daysName(missingDays(task)));
     bool isPart = false;
     if (const QString note = newestDayNote(task, &isPart); !note.isEmpty())
         report.notes += note;

@@ -60,6 +60,9 @@ Html::Html(const QString &title)
 QByteArray Html::finish()
 {
     m_xml.writeEndDocument();
+    // As XML has no elements without an end and no attributes without a value. All texts have their
+    // angle brackets and quotation marks escaped.
+    m_page.replace("/>", ">").replace(" open=\"\"", " open");
     return m_page + '\n';
 }
 

@@ -14,6 +14,7 @@ constexpr double kTop = 10;
 constexpr double kHeight = 180;
 constexpr double kFoot = kTop + kHeight;
 constexpr qsizetype kMostOpenRows = 10;
+constexpr qsizetype kMostNarrow = 9; ///< bars of a chart that does not fill the page, see page.css
 
 QString percent(double value)
 {
@@ -172,11 +173,14 @@ void writeNumbers(Html &html, const List &numbers)
 
 } // namespace
 
+bool isWorthDrawing(const Chart &chart)
+{
+    return chart.numbers.rows.size() > 1;
+}
+
 void writeChart(Html &html, const Chart &chart)
 {
     const QList<Row> &rows = chart.numbers.rows;
-    if (rows.size() < 2)
-        return;
     double most = 1;
     const Row *best = nullptr;
     for (const Row &row : rows) {
@@ -187,8 +191,6 @@ void writeChart(Html &html, const Chart &chart)
     }
     const double step = stepFor(most);
     const double top = step * std::ceil(most / step);
-    const Element section(html, "section");
-    html.leaf("h2", chart.numbers.title);
     html.paragraph(chart.numbers.note, "soft");
     if (chart.stacked)
         writeLegend(html);
@@ -196,9 +198,10 @@ void writeChart(Html &html, const Chart &chart)
         + (best ? QStringLiteral(". The most: ") + tooltip(chart.numbers, *best) : QString());
     {
         const Element svg(html, "svg",
-            { { "class", QStringLiteral("chart") }, { "role", QStringLiteral("img") },
-                { "aria-label", about }, { "height", QStringLiteral("220") },
-                { "style", QStringLiteral("max-width:%1px").arg(96 * rows.size()) } });
+            { { "class",
+                  QStringLiteral("chart bars%1").arg(std::min(rows.size(), kMostNarrow + 1)) },
+                { "role", QStringLiteral("img") }, { "aria-label", about },
+                { "height", QStringLiteral("220") } });
         writeScale(html, top, step);
         writeBars(html, chart, top);
         writeTicks(html, chart);

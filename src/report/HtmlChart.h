@@ -5,7 +5,10 @@
 
 namespace vesk::report {
 
-/// Upright bars, and the same in numbers below. Nothing for a single bar.
+/// Whether there is anything to see: a single bar tells nothing.
+bool isWorthDrawing(const Chart &chart);
+
+/// Upright bars, and the same in numbers below, without a heading. Only of what is worth it.
 void writeChart(Html &html, const Chart &chart);
 
 } // namespace vesk::report

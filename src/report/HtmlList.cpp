@@ -65,10 +65,6 @@ void writeList(Html &html, const List &list, const QString &site)
 {
     const Element element(html, "div", { { "class", QStringLiteral("list") } });
     html.leaf("h3", list.title, { { "id", list.id } });
-    if (list.rows.isEmpty()) {
-        html.leaf("p", QStringLiteral("None."), { { "class", QStringLiteral("none") } });
-        return;
-    }
     html.paragraph(list.note, "soft");
     writeTable(html, list, site);
     if (list.total > list.rows.size())

@@ -5,12 +5,23 @@
 #include "report/Writers.h"
 
 #include <algorithm>
+#include <functional>
 
 namespace vesk::report {
 
 namespace {
 
 constexpr int kMostBars = 92;
+
+/// A part of the page, which the list of contents links to.
+struct Part
+{
+    QString title;
+    bool isOfReports; ///< its figures come from the days that have a report
+    std::function<void()> write;
+
+    QString id() const { return QLatin1String("part-") + title.toLower().replace(u' ', u'-'); }
+};
 
 /// A large figure with notes below.
 void writeTile(Html &html, const QString &name, const QString &value, const QStringList &notes)
@@ -22,6 +33,12 @@ void writeTile(Html &html, const QString &name, const QString &value, const QStr
         if (!note.isEmpty())
             html.leaf("small", note);
     }
+}
+
+bool areEmpty(const QList<List> &lists)
+{
+    return std::all_of(
+        lists.begin(), lists.end(), [](const List &list) { return list.rows.isEmpty(); });
 }
 
 QString since(Value now, Value before, Unit unit)
@@ -42,8 +59,6 @@ void writeTiles(Html &html, const QList<Figure> &figures)
 
 void writePeople(Html &html, const Report &report)
 {
-    const Element section(html, "section");
-    html.leaf("h2", QStringLiteral("People"));
     {
         const Element list(html, "ul", { { "class", QStringLiteral("tiles") } });
         for (const Figure &f : report.totals) {
@@ -63,55 +78,60 @@ void writePeople(Html &html, const Report &report)
             "soft");
 }
 
-/// The lists in a grid, in two columns where there is room when \a isDouble.
+/// Those of the lists that have rows in a grid, in two columns where there is room when \a
+/// isDouble.
 void writeLists(Html &html, const Report &report, const QList<List> &lists, bool isDouble = true)
 {
+    if (areEmpty(lists))
+        return;
     const Element grid(html, "div",
         { { "class", isDouble ? QStringLiteral("lists two") : QStringLiteral("lists") } });
-    for (const List &list : lists)
-        writeList(html, list, report.host);
+    for (const List &list : lists) {
+        if (!list.rows.isEmpty())
+            writeList(html, list, report.host);
+    }
 }
 
 void writePageLists(Html &html, const Report &report)
 {
-    const Element section(html, "section");
-    html.leaf("h2", QStringLiteral("Pages"));
     writeLists(html, report, pick(report.lists, { ListId::Pages }), false);
     writeLists(html, report,
         pick(report.lists,
             { ListId::EntryPages, ListId::ExitPages, ListId::VisitLengths, ListId::VisitPages }));
+    if (report.server.known && !report.server.complete)
+        html.paragraph(QStringLiteral("Entry and exit pages, lengths and numbers of pages are of "
+                                      "the days whose requests are all there."),
+            "more");
 }
 
-/// One list on the one side, several on the other.
-void writeSides(Html &html, const Report &report, const char *title,
-    std::initializer_list<ListId> left, std::initializer_list<ListId> right)
+/// What is beside one another.
+struct Sides
 {
-    const Element section(html, "section");
-    html.leaf("h2", QLatin1String(title));
+    QList<List> left;
+    QList<List> right;
+};
+
+void writeSides(Html &html, const Report &report, const Sides &sides)
+{
     const Element grid(html, "div", { { "class", QStringLiteral("lists two") } });
-    writeLists(html, report, pick(report.lists, left), false);
-    writeLists(html, report, pick(report.lists, right), false);
+    writeLists(html, report, sides.left, false);
+    writeLists(html, report, sides.right, false);
 }
 
 void writeSearch(Html &html, const Report &report)
 {
     const Search &search = report.search;
-    const Element section(html, "section");
-    html.leaf("h2", QStringLiteral("Search console"));
     html.paragraph(QStringLiteral("What the search engines report of %1. They are some days late.")
                        .arg(periodName(search.period)),
         "soft");
-    if (search.engines.isEmpty()) {
-        html.paragraph(search.note.isEmpty()
-                ? QStringLiteral("No figures (import them with vesk-admin import-gsc).")
-                : search.note,
-            "none");
-        return;
-    }
+    html.paragraph(search.note, "none");
     for (const SearchEngine &engine : search.engines) {
         html.open("h3", { { "class", QStringLiteral("engine") } });
         html.stranger(engine.name.left(1).toUpper() + engine.name.mid(1));
         html.text(QLatin1String(", up to ") + dayName(engine.newest));
+        if (engine.days < search.period.days())
+            html.text(
+                QStringLiteral(" (%1 of the %2 days)").arg(engine.days).arg(search.period.days()));
         html.close();
         writeTiles(html, engine.figures);
     }
@@ -120,8 +140,6 @@ void writeSearch(Html &html, const Report &report)
 
 void writeRequests(Html &html, const Report &report)
 {
-    const Element section(html, "section");
-    html.leaf("h2", QStringLiteral("All requests"));
     writeTiles(html, report.requests);
     writeLists(html, report, pick(report.lists, { ListId::Crawlers, ListId::MissingPages }));
 }
@@ -129,22 +147,17 @@ void writeRequests(Html &html, const Report &report)
 void writeServer(Html &html, const Report &report)
 {
     const Server &server = report.server;
-    {
-        const Element section(html, "section");
-        html.leaf("h2", QStringLiteral("Server"));
-        html.paragraph(server.note, "soft");
-        if (!server.known)
-            return;
-        writeTiles(html, server.totals);
-        writeLists(html, report,
-            pick(server.lists,
-                { ListId::StatusClasses, ListId::Statuses, ListId::Clients, ListId::FileTypes }));
-        writeLists(html, report,
-            pick(server.lists,
-                { ListId::MissingFiles, ListId::Errors, ListId::SlowPaths, ListId::Downloads,
-                    ListId::ScannerAddresses }));
-    }
-    writeChart(html, course(server.days, kMostBars));
+    html.paragraph(server.note, "soft");
+    if (!server.known)
+        return;
+    writeTiles(html, server.totals);
+    writeLists(html, report,
+        pick(server.lists,
+            { ListId::StatusClasses, ListId::Statuses, ListId::Clients, ListId::FileTypes }));
+    writeLists(html, report,
+        pick(server.lists,
+            { ListId::MissingFiles, ListId::Errors, ListId::SlowPaths, ListId::Downloads,
+                ListId::ScannerAddresses }));
 }
 
 void writeHead(Html &html, const Report &report)
@@ -194,28 +207,75 @@ void writeFoot(Html &html, const Report &report)
     }
 }
 
+/// The parts that have anything in them.
+QList<Part> partsOf(Html &html, const Report &report)
+{
+    QList<Part> parts { { QStringLiteral("People"), true, [&] { writePeople(html, report); } } };
+    const auto addChart = [&](const Chart &chart, bool isOfReports) {
+        if (isWorthDrawing(chart))
+            parts += { chart.numbers.title, isOfReports,
+                [&html, chart] { writeChart(html, chart); } };
+    };
+    const auto addSides = [&](const char *title, const Sides &sides) {
+        if (!areEmpty(sides.left + sides.right))
+            parts += { QLatin1String(title), true,
+                [&html, &report, sides] { writeSides(html, report, sides); } };
+    };
+    addChart(course(report.visitors, kMostBars), true);
+    for (const Chart &chart : report.charts)
+        addChart(chart, true);
+    if (!areEmpty(pick(report.lists, { ListId::Pages, ListId::EntryPages })))
+        parts += { QStringLiteral("Pages"), true, [&] { writePageLists(html, report); } };
+    addSides("Sources of visits",
+        { pick(report.lists,
+              { ListId::SourceKinds, ListId::SearchTerms, ListId::Campaigns,
+                  ListId::TermsAndCampaigns }),
+            pick(report.lists, { ListId::Sources }) });
+    addSides("Visitors",
+        { pick(report.lists, { ListId::Countries }),
+            pick(report.lists, { ListId::Devices, ListId::Browsers, ListId::Systems }) });
+    if (!report.search.engines.isEmpty() || !report.search.note.isEmpty())
+        parts += { QStringLiteral("Search console"), false, [&] { writeSearch(html, report); } };
+    parts += { QStringLiteral("All requests"), true, [&] { writeRequests(html, report); } };
+    parts += { QStringLiteral("Server"), false, [&] { writeServer(html, report); } };
+    if (report.server.known)
+        addChart(course(report.server.days, kMostBars), false);
+    return parts;
+}
+
+void writeContents(Html &html, const QList<Part> &parts)
+{
+    const Element nav(html, "nav", { { "aria-label", QStringLiteral("Contents") } });
+    const Element list(html, "ul");
+    for (const Part &part : parts) {
+        const Element item(html, "li");
+        html.leaf("a", part.title, { { "href", u'#' + part.id() } });
+    }
+}
+
+void writePart(Html &html, const Report &report, const Part &part)
+{
+    const Element section(html, "section", { { "id", part.id() } });
+    html.leaf("h2", part.title);
+    if (part.isOfReports && report.days < report.period.days())
+        html.paragraph(
+            QStringLiteral("Of %1 of the %2 days.").arg(report.days).arg(report.period.days()),
+            "soft");
+    part.write();
+}
+
 } // namespace
 
 QByteArray toHtml(const Report &report)
 {
     Html html(report.host + QLatin1String(", ") + periodName(report.period));
+    const QList<Part> parts = partsOf(html, report);
     writeHead(html, report);
+    writeContents(html, parts);
     {
         const Element main(html, "main");
-        writePeople(html, report);
-        writeChart(html, course(report.visitors, kMostBars));
-        for (const Chart &chart : report.charts)
-            writeChart(html, chart);
-        writePageLists(html, report);
-        writeSides(html, report, "Sources of visits",
-            { ListId::SourceKinds, ListId::SearchTerms, ListId::Campaigns,
-                ListId::TermsAndCampaigns },
-            { ListId::Sources });
-        writeSides(html, report, "Visitors", { ListId::Countries },
-            { ListId::Devices, ListId::Browsers, ListId::Systems });
-        writeSearch(html, report);
-        writeRequests(html, report);
-        writeServer(html, report);
+        for (const Part &part : parts)
+            writePart(html, report, part);
     }
     writeFoot(html, report);
     return html.finish();

@@ -112,6 +112,7 @@ QJsonObject json(const Search &search)
     for (const SearchEngine &engine : search.engines)
         engines += QJsonObject { { QStringLiteral("engine"), engine.name },
             { QStringLiteral("newest"), iso(engine.newest) },
+            { QStringLiteral("days"), engine.days },
             { QStringLiteral("totals"), plain(engine.figures) } };
     return { { QStringLiteral("note"), search.note },
         { QStringLiteral("period"), json(search.period) }, { QStringLiteral("engines"), engines },
@@ -130,6 +131,7 @@ QByteArray toJson(const Report &report)
     const QJsonObject object { { QStringLiteral("format"), 1 },
         { QStringLiteral("site"), report.host }, { QStringLiteral("name"), report.siteName },
         { QStringLiteral("period"), json(report.period) },
+        { QStringLiteral("days_with_report"), report.days },
         { QStringLiteral("compared_with"),
             report.compared ? QJsonValue(json(report.before)) : QJsonValue() },
         { QStringLiteral("notes"), QJsonArray::fromStringList(report.notes) },

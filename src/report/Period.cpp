@@ -2,12 +2,14 @@
 
 #include <QLocale>
 #include <QRegularExpression>
+#include <QStringList>
 
 namespace vesk::report {
 
 namespace {
 
 constexpr qint64 kMostDays = 3660;
+constexpr qsizetype kMostNamedRuns = 3;
 
 /// An exact yyyy-MM-dd: Qt would take digits of other scripts and signs, too.
 QDate parseDay(const QString &text)
@@ -77,6 +79,26 @@ QString periodName(const Period &period)
         : first.month() != last.month()                ? "d MMMM"
                                                        : "d";
     return formatted(first, shortest) + QLatin1String(" to ") + dayName(last);
+}
+
+QString daysName(const QList<QDate> &days)
+{
+    QList<Period> runs;
+    for (const QDate day : days) {
+        if (runs.isEmpty() || runs.last().last.addDays(1) != day)
+            runs += Period { day, day };
+        runs.last().last = day;
+    }
+    QStringList names;
+    qint64 named = 0;
+    for (const Period &run : runs.mid(0, kMostNamedRuns)) {
+        names += periodName(run);
+        named += run.days();
+    }
+    if (named < days.size())
+        names += QStringLiteral("%1 more").arg(days.size() - named);
+    const QString last = names.isEmpty() ? QString() : names.takeLast();
+    return names.isEmpty() ? last : names.join(QLatin1String(", ")) + QLatin1String(" and ") + last;
 }
 
 } // namespace vesk::report

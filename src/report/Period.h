@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QDate>
+#include <QList>
 #include <QString>
 
 #include <optional>
@@ -43,6 +44,10 @@ Period daysUpTo(QDate last, int count);
 
 /// "2 March 2026", "1 to 3 March 2026", and what is longer in full.
 QString periodName(const Period &period);
+
+/// Days in order, those that follow one another together: "1 to 3 March 2026 and 5 March 2026".
+/// After the third of such runs only how many more days there are.
+QString daysName(const QList<QDate> &days);
 
 /// A day as texts name it: "2 March 2026".
 QString dayName(QDate day);

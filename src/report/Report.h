@@ -114,6 +114,7 @@ struct SearchEngine
 {
     QString name;
     QDate newest; ///< engines report days later
+    int days = 0; ///< of the period that there are figures of
     QList<Figure> figures; ///< in everyone and everyoneBefore
 };
 
@@ -131,6 +132,7 @@ struct Report
     QString siteName;
     Period period;
     Period before;
+    int days = 0; ///< of the period that have a report
     bool compared = false; ///< with the period before
     QStringList notes; ///< on gaps, on the newest day, on what it is compared with
     bool everyone = false; ///< the lists count unverified browsers, too

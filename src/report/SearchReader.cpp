@@ -18,6 +18,7 @@ QList<SearchEngine> readEngines(Task &task, const Bindings &bindings)
                 engines.figure(id), engines.figure(before) };
         };
         found += SearchEngine { engines.text("engine"), engines.day("newest"),
+            engines.value("days").toInt(),
             { figure("clicks", "Clicks", Unit::Count, "clicks_before"),
                 figure("impressions", "Shown", Unit::Count, "impressions_before"),
                 figure("click_rate", "Click rate", Unit::Rate, "click_rate_before"),

@@ -33,9 +33,10 @@ garden.example 2026-05-03..2026-06-01
 Compared with 3 April to 2 May 2026; there is a report for 27 of those days.
 garden.example 2026-05-03..2026-05-12
 Not compared with 23 April to 2 May 2026: there is a report for 7 of those days.
-garden.example 2026-04-30..2026-05-09 There is a report for 7 of these days.
+garden.example 2026-04-30..2026-05-09 There is a report for 7 of these days, none for 30 April to 2 May 2026.
 | Not compared with 20 to 29 April 2026: there is a report for 10 of those days.
-garden.example 2026-01-01..2026-12-31 There is a report for 97 of these days.
+garden.example 2026-01-01..2026-12-31 There is a report for 97 of these days,
+none for 1 January to 28 February 2026, 30 April to 2 May 2026 and 9 June to 31 December 2026.
 | There are requests until 8 June 2026, 21:30.
 | Not compared with 1 January to 31 December 2025, since hours are missing.
 shop.example 2026-06-08 There are requests until 8 June 2026, 23:00. | Compared with 7 June 2026.

@@ -89,6 +89,7 @@ def check_lists(report, root, sections):
     tables = {table.get("aria-labelledby"): table for table in root.iter("table")}
     beside = []
     for name, rows in ((name, part[name]["rows"]) for part in parts for name in part):
+        assert rows or name not in tables, name
         found = tables[name].findall("tbody/tr") if rows else []
         for row, tr in zip(rows, found, strict=True):
             texts = {key for key, value in row.items() if isinstance(value, str)} | {"referrer"}
@@ -154,7 +155,10 @@ def check_bars(name, section, lines, rows):
 
 
 def check(report, page, text):
-    root = xml.etree.ElementTree.fromstring(page.partition("\n")[2])
+    body = re.search("<body>.*</body>", page, re.S)[0].replace("<details open>", "<details>")
+    root = xml.etree.ElementTree.fromstring(body)
+    linked = [link.get("href").strip("#") for link in root.findall("nav//a")]
+    assert linked == [section.get("id") for section in root.iter("section")], linked
     parts = re.split("^── (.*?) ─+$", text, flags=re.M)
     sections = {title: part.strip("\n") for title, part in zip(parts[1::2], parts[2::2])}
     check_totals(report, root, [" ".join(line.split()) for line in text.split("\n")])

@@ -72,6 +72,10 @@ private slots:
         QCOMPARE(periodName({ QDate(2026, 2, 1), last }), "1 February to 2 March 2026");
         QCOMPARE(periodName({ QDate(2025, 3, 2), last }), "2 March 2025 to 2 March 2026");
         QCOMPARE(periodName(Period { QDate(2026, 3, 1), last }.before()), "27 to 28 February 2026");
+        QList<QDate> days { last, last.addDays(2), last.addDays(3), last.addDays(9) };
+        QCOMPARE(daysName(days), "2 March 2026, 4 to 5 March 2026 and 11 March 2026");
+        QCOMPARE(daysName(days << last.addDays(20) << last.addDays(22)).section(", ", 1),
+            "4 to 5 March 2026, 11 March 2026 and 2 more");
     }
 
     void figures_data()

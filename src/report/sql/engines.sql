@@ -8,7 +8,7 @@ WITH sums AS (
     WHERE site_id = :site AND day BETWEEN :before_from AND :last
     GROUP BY engine, now
 )
-SELECT n.engine, n.newest, n.clicks, b.clicks AS clicks_before,
+SELECT n.engine, n.newest, n.days, n.clicks, b.clicks AS clicks_before,
        n.impressions, b.impressions AS impressions_before,
        n.clicks / nullif(n.impressions, 0) AS click_rate,
        b.clicks / nullif(b.impressions, 0) AS click_rate_before,
