@@ -70,16 +70,20 @@ std::optional<LedgerVersion> ledgerVersion()
     return q->value(0).toBool() ? LedgerVersion::First : LedgerVersion::None;
 }
 
+bool lockLedgerTables()
+{
+    return db::run(
+        QStringLiteral("SELECT pg_advisory_xact_lock(hashtextextended('vesk nightly', 0))"))
+        .has_value();
+}
+
 bool createLedgerTables()
 {
     auto version = ledgerVersion();
     if (version == LedgerVersion::Current)
         return true;
     db::Transaction transaction;
-    // Of two sites' first runs at the same time one makes the tables, and the other waits.
-    if (!transaction.isOpen()
-        || !db::run(
-            QStringLiteral("SELECT pg_advisory_xact_lock(hashtextextended('vesk nightly', 0))")))
+    if (!transaction.isOpen() || !lockLedgerTables())
         return false;
     version = ledgerVersion();
     return version && (version != LedgerVersion::None || runScript(kFirst))

@@ -18,4 +18,9 @@ std::optional<LedgerVersion> ledgerVersion();
 /// False after the report of db::exec().
 bool createLedgerTables();
 
+/// Waits until no other session changes the tables; then none will until the end of the open
+/// transaction. Of two sites' first runs at the same time one makes them. False after the report of
+/// db::exec().
+bool lockLedgerTables();
+
 } // namespace vesk::nightly

@@ -5,6 +5,7 @@
 #include "common/Text.h"
 #include "nightly/Import.h"
 #include "nightly/RotatedLogs.h"
+#include "nightly/RunNote.h"
 #include "nightly/Translate.h"
 
 #include <QCommandLineOption>
@@ -54,7 +55,9 @@ bool followTimeZone(const QSettings &cfg)
 
 bool import(const Site &site, const QStringList &)
 {
-    return Import(site, Task::Store).run(logPatterns(site.host, readsLiveLogs()));
+    RunNote note(site);
+    const bool done = Import(site, Task::Store).run(logPatterns(site.host, readsLiveLogs()));
+    return note.save(done) && done;
 }
 
 bool mark(const Site &site, const QStringList &files)

@@ -14,17 +14,16 @@ namespace {
 constexpr int kTrendDays = 31; ///< of a single day: the day and the 30 before it
 constexpr int kWeekdaysFrom = 28;
 
-/// When the newest day belongs to the period and its log may go on: until when there are requests.
-/// \a isPart tells whether hours are missing.
-QString newestDayNote(const Task &task, bool *isPart)
+/// Whether the newest day belongs to the period and its log may go on.
+bool endsOpen(const Task &task)
 {
-    const ReportedSite &site = task.site;
-    *isPart = false;
-    if (!task.period.contains(site.newest) || site.lastRequestDay != site.newest)
-        return {};
-    *isPart = site.lastRequestTime.hour() < 23;
-    return QStringLiteral("There are requests until %1, %2.")
-        .arg(dayName(site.newest), site.lastRequestTime.toString(QStringLiteral("hh:mm")));
+    return task.period.contains(task.site.newest) && task.site.lastRequestDay == task.site.newest;
+}
+
+/// Whether hours of the newest day are missing in the period.
+bool endsEarly(const Task &task)
+{
+    return endsOpen(task) && task.site.lastRequestTime.hour() < 23;
 }
 
 QList<QDate> missingDays(const Task &task)
@@ -68,10 +67,19 @@ QString campaignsOf(const Lines &lines)
 
 } // namespace
 
+bool areComparable(const Task &task, const Totals &now, const Totals &before)
+{
+    return !endsEarly(task) && 10 * before.days >= 9 * now.days
+        && 10 * before.days <= 11 * now.days;
+}
+
 void readDays(Task &task)
 {
-    const QDate first
-        = std::min(task.period.before().first, task.period.last.addDays(1 - kTrendDays));
+    readDays(task, std::min(task.period.before().first, task.period.last.addDays(1 - kTrendDays)));
+}
+
+void readDays(Task &task, QDate first)
+{
     Bindings bindings = task.bindings;
     bindings.insert(QStringLiteral(":from"), first);
     Statement days(statementText("days.sql"), bindings);
@@ -95,15 +103,15 @@ void judgePeriods(const Task &task, const Totals &now, const Totals &before, Rep
         report.notes += QStringLiteral("There is a report for %1 of these days, none for %2.")
                             .arg(now.days)
                             .arg(daysName(missingDays(task)));
-    bool isPart = false;
-    if (const QString note = newestDayNote(task, &isPart); !note.isEmpty())
-        report.notes += note;
-    report.compared
-        = !isPart && 10 * before.days >= 9 * now.days && 10 * before.days <= 11 * now.days;
+    if (endsOpen(task))
+        report.notes += QStringLiteral("There are requests until %1, %2.")
+                            .arg(dayName(task.site.newest),
+                                task.site.lastRequestTime.toString(QStringLiteral("hh:mm")));
+    report.compared = areComparable(task, now, before);
 
     const QString name = periodName(report.before);
     QString note;
-    if (isPart)
+    if (endsEarly(task))
         note = QStringLiteral("Not compared with %1, since hours are missing.");
     else if (before.days == 0)
         note = QStringLiteral("There is no report for %1 to compare with.");

@@ -9,8 +9,14 @@ namespace vesk::report {
 /// The days of the period, of the one before it and of the trend.
 void readDays(Task &task);
 
-/// Says what is missing and decides whether the periods can be compared: sums of very different
-/// numbers of days cannot.
+/// The days from \a first to the end of the period.
+void readDays(Task &task, QDate first);
+
+/// Whether the sums of a period and of the one before it can be compared: not those of very
+/// different numbers of days, nor when hours of the last one are missing.
+bool areComparable(const Task &task, const Totals &now, const Totals &before);
+
+/// Says what is missing and decides whether the periods can be compared.
 void judgePeriods(const Task &task, const Totals &now, const Totals &before, Report &report);
 
 /// The course of visitors; of a single day also that of the 30 before it.

@@ -1,40 +1,19 @@
 #include "report/Writers.h"
 
 #include "report/Course.h"
+#include "report/Json.h"
 
-#include <QJsonArray>
 #include <QJsonDocument>
-#include <QJsonObject>
 
-#include <cmath>
 #include <limits>
 
 namespace vesk::report {
 
 namespace {
 
+using report::json;
+
 constexpr int kMostBars = std::numeric_limits<int>::max() / 7; ///< one for each day
-
-QString iso(QDate day)
-{
-    return day.toString(Qt::ISODate);
-}
-
-/// Whole numbers without a fraction, null where there is nothing to tell.
-QJsonValue json(Value value)
-{
-    if (!value)
-        return {};
-    if (*value == std::trunc(*value))
-        return qint64(*value);
-    return *value;
-}
-
-QJsonObject json(const Period &period)
-{
-    return { { QStringLiteral("first"), iso(period.first) },
-        { QStringLiteral("last"), iso(period.last) }, { QStringLiteral("days"), period.days() } };
-}
 
 /// Figures of people and of everyone.
 QJsonObject totals(const QList<Figure> &figures)
@@ -111,7 +90,7 @@ QJsonObject json(const Search &search)
     QJsonArray engines;
     for (const SearchEngine &engine : search.engines)
         engines += QJsonObject { { QStringLiteral("engine"), engine.name },
-            { QStringLiteral("newest"), iso(engine.newest) },
+            { QStringLiteral("newest"), json(engine.newest) },
             { QStringLiteral("days"), engine.days },
             { QStringLiteral("totals"), plain(engine.figures) } };
     return { { QStringLiteral("note"), search.note },

@@ -13,13 +13,23 @@ namespace vesk::report {
 
 struct ReportedSite : Site
 {
-    Calendar calendar;
-    QDate newest; ///< the newest day with requests; null when there is no report yet
-    QDate lastRequestDay; ///< when the newest request that is still there was made; null when none
-    QTime lastRequestTime;
+    Calendar calendar {};
+    QDate added {}; ///< when the site was
+    QDate newest {}; ///< the newest day with requests; null when there is no report yet
+    QDate
+        lastRequestDay {}; ///< when the newest request that is still there was made; null when none
+    QTime lastRequestTime {};
     bool mayReadHits = false;
     bool mayReadSearch = false;
 };
+
+/// The site with \a host, or the only one there is when that is empty. Nothing, after a message,
+/// when there is no such site.
+std::optional<Site> chooseSite(const QString &host);
+
+/// The site with \a host, or all of them when that is empty. Nothing, after a message, when there
+/// is none.
+std::optional<QList<Site>> chooseSites(const QString &host);
 
 /// What there is of \a site. Nothing when it cannot be read.
 std::optional<ReportedSite> readCalendar(const Site &site);

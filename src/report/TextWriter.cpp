@@ -1,5 +1,6 @@
 #include "common/Text.h"
 #include "report/Course.h"
+#include "report/TextGrid.h"
 #include "report/Writers.h"
 
 #include <algorithm>
@@ -8,72 +9,8 @@ namespace vesk::report {
 
 namespace {
 
-constexpr int kColumns = 80;
 constexpr int kMostBars = 31;
 constexpr int kLabel = 17; ///< of the bars of a chart
-
-QString right(const QString &text, int columns)
-{
-    return QString(std::max(0, columns - columnsOf(text)), u' ') + text;
-}
-
-QString left(const QString &text, int columns)
-{
-    return text + QString(std::max(0, columns - columnsOf(text)), u' ');
-}
-
-QString trimmedEnd(QString text)
-{
-    while (text.endsWith(u' '))
-        text.chop(1);
-    return text;
-}
-
-/// Columns of figures, right-aligned, as wide as they have to be.
-class Grid
-{
-public:
-    void addColumn(const QString &head, int least = 8) { m_columns += { head, {}, least }; }
-    void add(const QList<QString> &cells)
-    {
-        for (qsizetype i = 0; i < m_columns.size(); ++i)
-            m_columns[i].cells += cells.value(i);
-    }
-
-    QString heads() const
-    {
-        QString line;
-        for (const GridColumn &column : m_columns)
-            line += right(column.head, width(column));
-        return line;
-    }
-
-    QString row(qsizetype index) const
-    {
-        QString line;
-        for (const GridColumn &column : m_columns)
-            line += right(column.cells[index], width(column));
-        return line;
-    }
-
-private:
-    struct GridColumn
-    {
-        QString head;
-        QStringList cells;
-        int least;
-    };
-
-    static int width(const GridColumn &column)
-    {
-        int most = columnsOf(column.head);
-        for (const QString &cell : column.cells)
-            most = std::max(most, columnsOf(cell));
-        return std::max(column.least, most + 2);
-    }
-
-    QList<GridColumn> m_columns;
-};
 
 class TextWriter
 {
@@ -104,7 +41,7 @@ private:
 void TextWriter::head()
 {
     line({});
-    line(fit(siteTitle(m_report), kColumns));
+    line(fit(siteTitle(m_report), kTextColumns));
     line(periodTitle(m_report));
     for (const QString &note : m_report.notes)
         line(note);
@@ -113,8 +50,7 @@ void TextWriter::head()
 void TextWriter::title(const QString &text)
 {
     line({});
-    const QString start = QStringLiteral("── ") + text + u' ';
-    line(start + QString(kColumns - columnsOf(start), QChar(0x2500)));
+    line(rule(text));
 }
 
 void TextWriter::totals()
@@ -179,7 +115,7 @@ void TextWriter::chart(const Chart &chart)
     title(numbers.title);
     const QString heads = QString(kLabel, u' ') + grid.heads();
     line(heads);
-    const int room = kColumns - 2 - columnsOf(heads);
+    const int room = kTextColumns - 2 - columnsOf(heads);
     for (qsizetype i = 0; i < numbers.rows.size(); ++i) {
         const Row &row = numbers.rows[i];
         const double dark = row.values.value(0).value_or(0);
@@ -218,7 +154,7 @@ void TextWriter::list(const List &list)
     title(list.title);
     const QString heads = grid.heads();
     line(heads);
-    const int room = kColumns - 2 - columnsOf(heads);
+    const int room = kTextColumns - 2 - columnsOf(heads);
     for (qsizetype i = 0; i < list.rows.size(); ++i) {
         const Row &row = list.rows[i];
         const QString detail

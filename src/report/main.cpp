@@ -1,137 +1,123 @@
 #include "common/Config.h"
 #include "common/Program.h"
-#include "common/Sites.h"
 #include "common/Text.h"
+#include "report/Check.h"
+#include "report/CommandLine.h"
 #include "report/Pages.h"
 #include "report/Reader.h"
+#include "report/SitesReader.h"
 #include "report/Writers.h"
 
-#include <QCommandLineOption>
-
 #include <cstdio>
-#include <limits>
 
 using namespace vesk::report;
 using vesk::clean;
 
 namespace {
 
-/// The site with \a host, or the only one there is when that is empty. A message says why there is
-/// none.
-std::optional<ReportedSite> siteOf(const QString &host)
+constexpr int kFailure = 1;
+
+void print(const QByteArray &text)
 {
-    const auto sites = vesk::allSites();
-    if (!sites)
-        return {};
-    const auto site = !host.isEmpty() ? vesk::findSite(host)
-        : sites->size() == 1          ? std::optional(sites->first())
-                                      : std::nullopt;
-    if (site)
-        return readCalendar(*site);
-    QStringList hosts;
-    for (const vesk::Site &one : *sites)
-        hosts += clean(one.host);
-    const QString known = hosts.join(QLatin1String(", "));
-    if (sites->isEmpty())
-        qCritical("there are no sites yet (add one with vesk-admin add-site)");
-    else if (host.isEmpty())
-        qCritical("which site? There are: %s", qPrintable(known));
-    else
-        qCritical("unknown site %s; there are: %s", qPrintable(clean(host)), qPrintable(known));
-    return {};
+    fwrite(text.constData(), 1, size_t(text.size()), stdout);
 }
 
-/// The period that \a text names, by default the last complete day.
-std::optional<Period> periodOf(const QString &text, const ReportedSite &site)
+/// The period that \a text names.
+std::optional<Period> periodOf(const QString &text, const Calendar &calendar)
 {
-    if (site.newest.isNull()) {
-        qCritical("%s has no reports yet (import its logs with vesk-nightly import HOST)",
-            qPrintable(clean(site.host)));
-        return {};
-    }
     if (text.isEmpty())
-        return daysUpTo(site.calendar.lastComplete, 1);
-    const auto period = parsePeriod(text, site.calendar);
+        return daysUpTo(calendar.lastComplete, 1);
+    const auto period = parsePeriod(text, calendar);
     if (!period)
         qCritical("%s is no period. Periods are: %s", qPrintable(clean(text)), kPeriodForms);
     return period;
 }
 
-/// Arguments are HOST, PERIOD, both or none. One alone is a period when it reads as one.
-bool split(const QStringList &arguments, QString *host, QString *period)
+/// The report of a site, or its pages. False, after a message, when there is nothing to show.
+bool reportSite(
+    const QCommandLineParser &parser, const Arguments &arguments, const Options &options)
 {
-    const QDate any(2000, 1, 1);
-    const bool isPeriod
-        = arguments.size() == 1 && parsePeriod(arguments[0], { any, any }).has_value();
-    *host = isPeriod ? QString() : arguments.value(0);
-    *period = isPeriod ? arguments[0] : arguments.value(1);
-    return arguments.size() <= 2;
-}
-
-/// What the options say. Nothing, after a message, when one of them has a wrong value.
-std::optional<Options> optionsOf(const QCommandLineParser &parser)
-{
-    Options options;
-    const QString scope = parser.value(QStringLiteral("scope"));
-    const QString rows = parser.value(QStringLiteral("rows"));
-    options.everyone = scope == QLatin1String("all");
-    options.addresses = parser.isSet(QStringLiteral("addresses"));
-    options.rows = rows == QLatin1String("all") ? std::numeric_limits<int>::max() : rows.toInt();
-    if (!options.everyone && scope != QLatin1String("people"))
-        qCritical("unknown scope %s: it is people or all", qPrintable(clean(scope)));
-    else if (options.rows < 1)
-        qCritical("--rows takes a number or all, not %s", qPrintable(clean(rows)));
-    else
-        return options;
-    return {};
-}
-
-void addOptions(QCommandLineParser &parser)
-{
-    const auto add = [&parser](const char *name, const char *text, const char *value = "",
-                         const char *standard = "") {
-        parser.addOption(QCommandLineOption(QLatin1String(name), QLatin1String(text),
-            QLatin1String(value), QLatin1String(standard)));
-    };
-    add("html", "Write a web page.");
-    add("json", "Write JSON.");
-    add("rows", "Show as many rows of each list, or all.", "number", "15");
-    add("scope", "Whom the lists count: people, or all to have unverified browsers in them.",
-        "scope", "people");
-    add("addresses", "List the addresses of scanners. They are personal data.");
-    add("pages", "Write web pages and an index into the folder.", "folder");
-    parser.addPositionalArgument(QStringLiteral("host"),
-        QStringLiteral("The site; may be left out when there is only one."),
-        QStringLiteral("[HOST]"));
-    parser.addPositionalArgument(QStringLiteral("period"),
-        QLatin1String("The last complete day, or one of these: ") + QLatin1String(kPeriodForms),
-        QStringLiteral("[PERIOD]"));
-}
-
-QByteArray write(const Report &report, const QCommandLineParser &parser)
-{
-    if (parser.isSet(QStringLiteral("json")))
-        return toJson(report);
-    return parser.isSet(QStringLiteral("html")) ? toHtml(report) : toText(report);
-}
-
-/// Reads and shows. False, after a message, when there is nothing to show.
-bool run(const QCommandLineParser &parser, const QString &host, const QString &periodText)
-{
-    const auto options = optionsOf(parser);
-    const Snapshot snapshot;
-    const auto site = options && snapshot.isOpen() ? siteOf(host) : std::nullopt;
-    const auto period = site ? periodOf(periodText, *site) : std::nullopt;
+    const auto chosen = chooseSite(arguments.host);
+    const auto site = chosen ? readCalendar(*chosen) : std::nullopt;
+    if (!site)
+        return false;
+    if (site->newest.isNull()) {
+        qCritical("%s has no reports yet (import its logs with vesk-nightly import HOST)",
+            qPrintable(clean(site->host)));
+        return false;
+    }
+    const auto period = periodOf(arguments.period, site->calendar);
     if (!period)
         return false;
     if (parser.isSet(QStringLiteral("pages")))
-        return writePages(*site, parser.value(QStringLiteral("pages")), *options);
-    const auto report = readReport(*site, *period, *options);
+        return writePages(*site, parser.value(QStringLiteral("pages")), options);
+    if (parser.isSet(QStringLiteral("pages-below")))
+        return writePagesBelow(*site, parser.value(QStringLiteral("pages-below")), options);
+    const auto report = readReport(*site, *period, options);
     if (!report)
         return false;
-    const QByteArray text = write(*report, parser);
-    fwrite(text.constData(), 1, size_t(text.size()), stdout);
+    print(parser.isSet(QStringLiteral("json"))     ? toJson(*report)
+            : parser.isSet(QStringLiteral("html")) ? toHtml(*report)
+                                                   : toText(*report));
     return true;
+}
+
+/// All sites, as one page or several. False, after a message, when there is nothing to show.
+bool reportSites(const QCommandLineParser &parser, const Arguments &arguments,
+    const Options &options, const Limits &limits)
+{
+    const auto chosen = chooseSites({});
+    const auto sites = chosen ? readFacts(*chosen) : std::nullopt;
+    const auto period = sites ? periodOf(arguments.period, calendarOf(*sites)) : std::nullopt;
+    if (!period)
+        return false;
+    if (parser.isSet(QStringLiteral("pages")))
+        return writeOverview(*sites, parser.value(QStringLiteral("pages")), options, limits);
+    const auto overview = readOverview(*sites, *period, options, limits);
+    if (!overview)
+        return false;
+    print(parser.isSet(QStringLiteral("json"))     ? toJson(*overview)
+            : parser.isSet(QStringLiteral("html")) ? toHtml(*overview)
+                                                   : toText(*overview));
+    return true;
+}
+
+/// The status that a monitoring program expects.
+int check(const QCommandLineParser &parser, const Arguments &arguments, const Limits &limits)
+{
+    const auto chosen = chooseSites(arguments.host);
+    const auto sites = chosen ? readFacts(*chosen) : std::nullopt;
+    if (!sites)
+        return kUnknownStatus;
+    QList<CheckedSite> checked;
+    for (const KnownSite &known : *sites)
+        checked += { known.site.host, known.facts, judge(known.facts, limits) };
+    print(parser.isSet(QStringLiteral("json")) ? toJson(checked) : toLines(checked));
+    return statusOf(checked);
+}
+
+/// Ends a check that could not be made. Monitoring programs show standard output alone.
+int giveUp()
+{
+    print("UNKNOWN: the check could not be made; run it by hand to see why\n");
+    return kUnknownStatus;
+}
+
+int run(const QCommandLineParser &parser, const Arguments &arguments, int failure)
+{
+    const auto options = optionsOf(parser);
+    const auto limits = options ? limitsOf(parser) : std::nullopt;
+    if (!limits)
+        return failure;
+    const Snapshot snapshot;
+    if (!snapshot.isOpen())
+        return failure;
+    if (parser.isSet(QStringLiteral("check")))
+        return check(parser, arguments, *limits);
+    const bool done = parser.isSet(QStringLiteral("sites"))
+        ? reportSites(parser, arguments, *options, *limits)
+        : reportSite(parser, arguments, *options);
+    return done ? 0 : failure;
 }
 
 } // namespace
@@ -141,15 +127,23 @@ int main(int argc, char **argv)
     vesk::Program program("vesk-report", argc, argv);
     QCommandLineParser &parser = program.parser();
     addOptions(parser);
+    const bool isUnderstood = parser.parse(QCoreApplication::arguments());
+    const bool isCheck = parser.isSet(QStringLiteral("check"));
+    const int failure = isCheck ? kUnknownStatus : kFailure;
+    if (isCheck && !isUnderstood) { // process() would end with 1, a warning
+        qCritical("%s", qPrintable(clean(parser.errorText())));
+        return giveUp();
+    }
     program.process();
-    QString host;
-    QString period;
-    const bool understood = split(parser.positionalArguments(), &host, &period);
+    const auto arguments = argumentsOf(parser);
     const QString path = vesk::configPath(parser);
-    if (path.isEmpty() || !understood)
-        parser.showHelp(1);
+    if (isCheck && path.isEmpty())
+        return giveUp();
+    if (path.isEmpty() || !arguments)
+        parser.showHelp(failure);
     vesk::Program::leaveOutRepeats();
-    return program.connect(path, vesk::Program::Unreadable::Refuse) && run(parser, host, period)
-        ? 0
-        : 1;
+    const int status = program.connect(path, vesk::Program::Unreadable::Refuse)
+        ? run(parser, *arguments, failure)
+        : failure;
+    return status == kUnknownStatus ? giveUp() : status;
 }

@@ -10,7 +10,7 @@ DEPTHS = "1 page|2 pages|3 pages|4 pages|5 pages|6 to 10 pages|11 to 20 pages|ov
 BUCKETS = {"visit_lengths": LENGTHS, "visit_pages": DEPTHS.split("|")}
 NAMED = {"country", "kind", "device", "client", "bucket"}  # rows have another name than in JSON
 ENGINE = ("clicks", "impressions", "click_rate", "position")
-RATES = ("share", "bounce_rate", "click_rate")
+RATES = ("share", "bot_share", "bounce_rate", "click_rate")
 
 
 def decimal(value, digits=0):

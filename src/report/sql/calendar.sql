@@ -6,7 +6,8 @@ WITH newest AS (
     ORDER BY day DESC
     LIMIT 2
 )
-SELECT current_date AS today, max(day) AS newest, min(day) AS last_complete,
+SELECT current_date AS today,
+       (SELECT created_at::date FROM vesk.sites WHERE id = :site) AS added, max(day) AS newest, min(day) AS last_complete,
        has_table_privilege('vesk.hits', 'SELECT') AS may_read_hits,
        has_table_privilege('vesk.search_days', 'SELECT')
            AND has_table_privilege('vesk.search_rows', 'SELECT') AS may_read_search

@@ -1,0 +1,137 @@
+#!/usr/bin/env python3
+"""The overview and the check of a busy site, a silent one and an international one.
+
+usage: sites.py VESK-ADMIN VESK-REPORT VESK-NIGHTLY, under scripts/with-postgres.
+"""
+
+import datetime
+import json
+import os
+import re
+import subprocess
+import sys
+import urllib.parse
+import xml.etree.ElementTree
+
+import media
+from reports import Reports
+from vesk import FOLDER, log_line
+
+TODAY = datetime.datetime.now(datetime.timezone.utc).date()
+SITES = {"busy.example": (-1, 40), "silent.example": (3, 30), "bücher.example": (-1, 20)}
+LISTED = "visitors visits pageviews requests bot_share bytes errors".split()
+
+
+def night(reports, host, text, status=0):
+    (FOLDER / "log").write_text(text)
+    os.utime(FOLDER / "log", (1e9, 1e9))
+    names = {"VESK_CONFIG": str(reports.config), "VESK_LOGS": f"{FOLDER}/log"}
+    command = [sys.argv[3], "import", host]
+    run = subprocess.run(command, env=os.environ | names, capture_output=True)
+    assert run.returncode == status, run
+
+
+def add_sites(reports):
+    reports.sql("DELETE FROM vesk.sites")
+    for host, (silent, count) in SITES.items():
+        reports.admin("add-site", host, "<b>Name</b>")
+        log = ""
+        for n in range(12, silent, -1):
+            time = f"{TODAY - datetime.timedelta(n):%d/%b/%Y}:00:00:01 +0000"
+            for i in range(count + 12 * (n > 8)):  # each address takes a page and a style sheet
+                agent = "Googlebot/2.1" if i < count / 4 else "Firefox/140.0"
+                log += log_line(("/", "/a.css")[i % 2], f"192.0.2.{i // 2}", time, agent)
+        night(reports, host, log)
+
+
+def expect(reports, status, *lines, arguments=(), **options):
+    run = reports.run("--check", *arguments, **options)
+    assert run.returncode == status, run
+    for line, pattern in zip(run.stdout.splitlines(), lines, strict=True):
+        assert re.search(pattern, line), (pattern, run)
+
+
+def check_check(reports):
+    silent = "^WARNING silent.example: no requests for 3 days, since "
+    for role, more in (("panel", ", server errors unknown, nights unknown"), ("reader", "")):
+        fine = [f"^OK {host}: {n} requests on [^,]*{more}$" for host, (_, n) in SITES.items()]
+        expect(reports, 1, silent, fine[0], fine[2], role=role)
+        expect(reports, 0, fine[0], arguments=["busy.example"], role=role)
+        nightly = "SCHEMA vesk_nightly TO reader"
+        reports.sql(f"GRANT USAGE ON {nightly}; GRANT SELECT ON ALL TABLES IN {nightly}")
+    night(reports, "bücher.example", "a|b\n", status=1)
+    since = reports.sql("SELECT failing_since FROM vesk_nightly.runs WHERE failing_since < at")
+    refused = "^WARNING bücher.example: the import of .* failed: .*not one line is .*: a/b$"
+    reports.sql("UPDATE vesk.hits SET status = 503 WHERE site_id = 2")
+    busy = "^CRITICAL busy.example: 40 of 40 requests on .* were server errors$"
+    expect(reports, 2, busy, refused, silent)
+    night(reports, "bücher.example", "a|b\n", status=1)
+    since += reports.sql("SELECT count(*) FROM vesk_nightly.runs WHERE failing_since < at")
+    assert since == "1", since  # the second failure keeps the time of the first
+    found = json.loads(reports.run("--check", "--json").stdout)
+    levels = [site["level"] for site in found["sites"]]
+    assert (found["format"], found["status"], levels) == (1, 2, ["critical", "warning", "warning"])
+    for wrong in (["nosuch.example"], ["--silent", "7,2"], ["--nosuch"], ["a", "b"]):
+        run = reports.run("--check", *wrong)
+        assert run.returncode == 3 and run.stderr + run.stdout, run
+    assert reports.run("--check", role="nobody").stdout.startswith("UNKNOWN: ")
+
+
+def check_overview(reports):
+    period = "..".join(str(TODAY - datetime.timedelta(n)) for n in (8, 5))
+    overview = reports.json("--sites", period)
+    hosts = [site["site"] for site in overview["sites"]]
+    assert hosts == ["busy.example", "silent.example", "bücher.example"], hosts
+    sums = dict.fromkeys([*LISTED, "bots"], 0)
+    for site in overview["sites"]:
+        report = reports.json(site["site"], period)
+        wanted = {name: report["totals"][name]["people"] for name in LISTED[:3]}
+        wanted |= {name: report["requests"][name]["value"] for name in ("requests",)}
+        bots = report["requests"]["bot_requests"]["value"]
+        wanted |= {"bot_share": bots / wanted["requests"], "bots": bots}
+        wanted["bytes"] = report["server"]["totals"]["bytes"]["value"]
+        statuses = report["server"]["lists"]["statuses"]["rows"]
+        wanted["errors"] = sum(row["requests"] for row in statuses if row["status"] == "503")
+        assert all(site[name] == wanted[name] for name in LISTED), (site, wanted)
+        sums = {name: sums[name] + wanted[name] for name in sums}
+    sums["bot_share"] = sums["bots"] / sums["requests"]
+    rows = [*overview["sites"], overview["totals"]]
+    assert all(rows[3][name] == sums[name] for name in LISTED), (rows[3], sums)
+
+    page = reports.text("--sites", "--html", period)
+    body = xml.etree.ElementTree.fromstring(re.search("<body>.*</body>", page, re.S)[0])
+    text = [" ".join(line.split()) for line in reports.text("--sites", period).splitlines()]
+    for row, line in zip(rows, body.findall(".//table/*/tr")[1:], strict=True):
+        figures = [media.shown(name, row[name]) for name in LISTED]
+        change = media.change("", row["visitors_compared"], row["visitors_before"])
+        cells = ["".join(cell.itertext()) for cell in line]
+        assert cells[1:-1] == [figures[0] + "".join(change), *figures[1:]], (cells, figures)
+        assert " ".join([figures[0], *(change or ["-"]), *figures[1:]]) in text, (figures, text)
+    wrong = " ".join("".join(item.itertext()) for item in body.iter("li"))
+    assert "Critical busy.example: 40 of 40" in wrong and "first is: a|b" in wrong, wrong
+    for role in ("reader", "panel"):
+        assert len(reports.json("--sites", role=role)["sites"]) == 3
+
+
+def check_pages(reports):
+    folder = FOLDER / "all"
+    folder.mkdir()
+    old = r"s\x69lent.example"
+    (folder / old).mkdir()
+    for host in SITES:
+        reports.text("--pages-below", folder, host)
+    reports.text("--sites", "--pages", folder)
+    assert {path.name for path in folder.glob("*.example")} == {*SITES, old} - {"silent.example"}
+    pages = {path.name: path.read_text() for path in folder.glob("*.html")}
+    assert len(pages) == 3, pages.keys()
+    for links in (re.findall('href="(.*?)"', page) for page in pages.values()):
+        assert len(links) == 8, links  # three sites, each where it is wrong, two pages
+        for link in map(urllib.parse.unquote, links):
+            assert (folder / link / ("" if link.endswith("html") else "index.html")).is_file(), link
+
+
+shared = Reports()
+add_sites(shared)
+for check in (check_check, check_overview, check_pages):
+    check(shared)
+    print("ok:", check.__name__)
