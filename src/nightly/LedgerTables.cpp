@@ -61,8 +61,12 @@ bool runScript(const char *sql)
 
 std::optional<LedgerVersion> ledgerVersion()
 {
-    auto q = db::run(QStringLiteral("SELECT to_regclass('vesk_nightly.days') IS NOT NULL,"
-                                    " to_regclass('vesk_nightly.young') IS NOT NULL"));
+    // Read from the catalogue, for what to_regclass() knows may be older than a lock just waited
+    // for.
+    auto q = db::run(QStringLiteral(
+        "SELECT coalesce(bool_or(relname = 'days'), false),"
+        " coalesce(bool_or(relname = 'young'), false) FROM pg_catalog.pg_class c"
+        " JOIN pg_catalog.pg_namespace n ON n.oid = relnamespace WHERE nspname = 'vesk_nightly'"));
     if (!q || !q->next())
         return {};
     if (q->value(1).toBool())

@@ -229,6 +229,16 @@ class Nightly(Nights):
         self.ended(second, "/1 /2 /3", "b.log.2: 2 lines, 2 stored, 0 not.*\nrolled up 1 days\n$")
         self.night("/1 /2 /3", "no new logs", host="Example\\x2eorg")  # as systemd escapes it
 
+    def test_first_runs_at_once(self):
+        self.database.admin("add-site", "b.example", "")
+        self.write(".1", lines("/1"))
+        lock = "SELECT pg_advisory_lock(hashtextextended('vesk nightly', 0))"
+        holder = vesk.Session(self.database.name, lock)
+        runs = [self.start(), self.start("import", "b.example")]
+        vesk.until(lambda: self.database.waiting(2))
+        holder.end()
+        self.assertEqual([run.communicate()[1] for run in runs], ["", ""])
+
     def test_rotation_meanwhile(self):
         for number in 3, 2, 1:
             self.write(f".{number}", lines(f"/{number}", f"/{number}b"), 9000 + number)
