@@ -1,5 +1,6 @@
 #include "report/Check.h"
 #include "report/Sites.h"
+#include "report/SitesReader.h"
 #include "support/Table.h"
 
 using namespace vesk::report;
@@ -142,6 +143,15 @@ private slots:
         arrange(all);
         QVERIFY(!all.total.bytes);
         QCOMPARE(gapsOf(all).size(), 3);
+    }
+
+    void lastCompleteDay()
+    {
+        QList<KnownSite> sites;
+        for (const char *newest : { "newest -5", "newest -1", "newest 3", "new 0" }) // one is ahead
+            sites += { {}, factsWith(newest) };
+        QCOMPARE(calendarOf(sites).lastComplete, QDate(2026, 3, 29));
+        QCOMPARE(calendarOf(sites.mid(3)).lastComplete, QDate(2026, 3, 30));
     }
 };
 
