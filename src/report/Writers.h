@@ -13,7 +13,7 @@ QByteArray toText(const Report &report);
 /// A web page in one file, without script, that loads nothing.
 QByteArray toHtml(const Report &report);
 
-/// Everything, as docs/report-json.md describes it.
+/// Everything, as docs/reports.md describes it.
 QByteArray toJson(const Report &report);
 
 /// A page of an index: its file, and what it shows.
