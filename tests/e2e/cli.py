@@ -16,6 +16,7 @@ import unittest.mock
 import vesk
 
 SCRIPTS = sorted(p.name for p in (pathlib.Path(__file__).parents[2] / "sql").glob("*.sql"))
+LEVEL = len(SCRIPTS)
 TRIGGER = "RETURNS trigger LANGUAGE plpgsql AS $$BEGIN RAISE 'not now'; END$$"
 REFUSE = f"CREATE FUNCTION public.refuse() {TRIGGER};"
 DUPLICATE = "1||sql: ERROR:  duplicate key value violates unique constraint "
@@ -82,7 +83,7 @@ class Test(unittest.TestCase):
             (f"-c {broken}", "1|HELP|"),
             (f"-c {good} set KEY -1", "1||vesk-admin: Unknown option '1'."),
             ("migrate -c", "1||vesk-admin: Missing value after '-c'."),
-            (f"migrate now please -c {good} --role x", "0|schema at version 11 (0 applied)"),
+            (f"migrate now please -c {good} --role x", f"0|schema at version {LEVEL} (0 applied)"),
         ]
         wrong = "frobnicate,Migrate,add-site h,add-log a b c,add-user a b,import-log h,import-gsc h"
         self.table(rows + [(f"-c {good} {text}", "1|HELP|") for text in wrong.split(",")], run)
@@ -133,8 +134,10 @@ class Test(unittest.TestCase):
     def test_migrate_step_by_step(self):
         applied = "".join(f"applied {name}\n" for name in SCRIPTS)
         DATABASE.sql("DROP SCHEMA vesk CASCADE")
-        self.assertEqual(admin("migrate"), f"0|{applied}schema at version 11 (11 applied)\n|")
-        self.assertEqual(admin("migrate"), "0|schema at version 11 (0 applied)\n|")
+        self.assertEqual(
+            admin("migrate"), f"0|{applied}schema at version {LEVEL} ({LEVEL} applied)\n|"
+        )
+        self.assertEqual(admin("migrate"), f"0|schema at version {LEVEL} (0 applied)\n|")
         names = DATABASE.sql("SELECT name FROM vesk.schema_migrations ORDER BY version")
         self.assertEqual(names.split("\n"), SCRIPTS)
 
@@ -147,7 +150,7 @@ class Test(unittest.TestCase):
         added = "SELECT count(*) FROM information_schema.columns WHERE column_name = 'cpu_pct'"
         self.assertEqual(DATABASE.sql(added), "0")
         DATABASE.sql("DROP TABLE vesk.alerts")
-        rest = f"0|applied 006{rest}schema at version 11 (6 applied)\n|"
+        rest = f"0|applied 006{rest}schema at version {LEVEL} ({LEVEL - 5} applied)\n|"
         self.assertEqual(admin("migrate"), rest)
 
         # The commit fails.
