@@ -43,6 +43,8 @@ TestDatabase::TestDatabase(Schema schema)
         run("env", { "PGDATABASE=" + name, partition, "split", "2026-01" });
     if (!vesk::db::open(cfg, "vesk-admin-test"))
         qFatal("cannot connect");
+    if (schema == Migrated && vesk::db::schemaVersion() != vesk::db::kSchemaVersion)
+        qFatal("kSchemaVersion is not the number of the last script");
 }
 
 TestDatabase::~TestDatabase()
