@@ -8,6 +8,8 @@ namespace vesk::report {
 
 namespace {
 
+constexpr qsizetype kMostUnbroken = 6; ///< rows that stay together on paper
+
 /// The first cell: what the row is about, with a bar that is long by \a share.
 void writeKey(Html &html, const List &list, const Row &row, double share, const QString &site)
 {
@@ -63,7 +65,9 @@ void writeTable(Html &html, const List &list, const QString &site)
 
 void writeList(Html &html, const List &list, const QString &site)
 {
-    const Element element(html, "div", { { "class", QStringLiteral("list") } });
+    const bool isShort = list.rows.size() <= kMostUnbroken;
+    const Element element(html, "div",
+        { { "class", isShort ? QStringLiteral("list short") : QStringLiteral("list") } });
     html.leaf("h3", list.title, { { "id", list.id } });
     html.paragraph(list.note, "soft");
     writeTable(html, list, site);
