@@ -31,6 +31,8 @@ const QLatin1String kPreparedTwice("42P05");
 const QLatin1String kNeverPrepared("26000");
 bool g_explainedPooler = false;
 
+bool g_ignoresNotices = false;
+
 void setTimeZone()
 {
     if (run(QStringLiteral("SELECT set_config('TimeZone', ?, false)"), { g_timeZone }))
@@ -42,6 +44,18 @@ int connectionStatus(const QSqlDatabase &db)
 {
     const PGconn *connection = nativeConnection(db);
     return connection ? PQstatus(connection) : CONNECTION_OK;
+}
+
+QSqlDatabase defaultConnection()
+{
+    return QSqlDatabase::database(QLatin1String(QSqlDatabase::defaultConnection), false);
+}
+
+void setNotices()
+{
+    PGconn *connection = nativeConnection(defaultConnection());
+    if (connection && g_ignoresNotices)
+        PQsetNoticeReceiver(connection, [](void *, const PGresult *) {}, nullptr);
 }
 
 /// QSettings reads a value with an unquoted comma as a list: puts it together again.
@@ -178,8 +192,8 @@ int schemaVersion()
 
 bool ensure(bool force)
 {
-    QSqlDatabase db = QSqlDatabase::database(QLatin1String(QSqlDatabase::defaultConnection), false);
-    if (!force && db.isOpen() && connectionStatus(db) == CONNECTION_OK)
+    QSqlDatabase db = defaultConnection();
+    if (!force && isConnected())
         return true;
 
     const QStringList channels
@@ -196,14 +210,28 @@ bool ensure(bool force)
     return true;
 }
 
+bool isConnected()
+{
+    const QSqlDatabase db = defaultConnection();
+    return db.isOpen() && connectionStatus(db) == CONNECTION_OK;
+}
+
 bool reopenIfLost()
 {
-    QSqlDatabase db = QSqlDatabase::database(QLatin1String(QSqlDatabase::defaultConnection), false);
-    return !db.isOpen() && db.open();
+    QSqlDatabase db = defaultConnection();
+    const bool isReopened = !db.isOpen() && db.open();
+    setNotices();
+    return isReopened;
+}
+
+void ignoreNotices()
+{
+    g_ignoresNotices = true;
+    setNotices();
 }
 
 Transaction::Transaction(Reason reason)
-    : m_db(QSqlDatabase::database(QLatin1String(QSqlDatabase::defaultConnection), false))
+    : m_db(defaultConnection())
 {
     const bool begun = (m_db.isOpen() && m_db.transaction())
         || (reopenIfLost() && m_db.transaction()); // lost, maybe long ago

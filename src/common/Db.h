@@ -67,9 +67,15 @@ int schemaVersion();
 /// is not. For other programs of the suite, which run for long.
 bool ensure(bool force);
 
-/// Opens the connection anew when it is known to be lost, which only using it tells. True when it
-/// was lost and is open again.
+/// Whether the connection is open, and not known to be lost, which only using it tells.
+bool isConnected();
+
+/// Opens the connection anew when it is known to be lost. True when it was and is open again.
 bool reopenIfLost();
+
+/// Leaves out what the server says unasked, such as why it ends a connection, which libpq prints:
+/// the next statement fails and tells it.
+void ignoreNotices();
 
 /// A transaction that is rolled back unless it was committed.
 class Transaction

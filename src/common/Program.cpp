@@ -7,7 +7,6 @@
 #include "common/Text.h"
 
 #include <QFile>
-#include <QSqlDatabase>
 
 namespace vesk {
 
@@ -23,7 +22,7 @@ void passOn(QtMsgType type, const QMessageLogContext &context, const QString &me
         return;
     const bool isStatement = message.startsWith(QLatin1String("sql: "));
     const bool isLost = isStatement
-        && !QSqlDatabase::database(QLatin1String(QSqlDatabase::defaultConnection), false).isOpen();
+        && (message.startsWith(QLatin1String("sql: FATAL:")) || !db::isConnected());
     if (isLost && g_saidLost)
         return;
     if (isStatement)
