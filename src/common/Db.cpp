@@ -55,7 +55,8 @@ void setNotices()
 {
     PGconn *connection = nativeConnection(defaultConnection());
     if (connection && g_ignoresNotices)
-        PQsetNoticeReceiver(connection, [](void *, const PGresult *) {}, nullptr);
+        PQsetNoticeReceiver(
+            connection, [](void *, const PGresult *) {}, nullptr);
 }
 
 /// QSettings reads a value with an unquoted comma as a list: puts it together again.

@@ -21,8 +21,8 @@ void passOn(QtMsgType type, const QMessageLogContext &context, const QString &me
         || message.startsWith(QLatin1String("QSqlQuery::prepare: database not open")))
         return;
     const bool isStatement = message.startsWith(QLatin1String("sql: "));
-    const bool isLost = isStatement
-        && (message.startsWith(QLatin1String("sql: FATAL:")) || !db::isConnected());
+    const bool isLost
+        = isStatement && (message.startsWith(QLatin1String("sql: FATAL:")) || !db::isConnected());
     if (isLost && g_saidLost)
         return;
     if (isStatement)

@@ -9,7 +9,7 @@ using analytics::RowBuilder;
 Reading::Reading(Portion &of, const translate::SiteHosts &hosts)
     : portion(of)
     , isWhole(of.isNew())
-    , translated([&of] { return of.content->next(); }, hosts)
+    , translated([&of] { return of.open() ? of.content->next() : std::nullopt; }, hosts)
 {
 }
 

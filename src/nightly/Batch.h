@@ -31,7 +31,8 @@ struct Reading
 class Batch
 {
 public:
-    /// The portions are open, and live longer.
+    /// The portions live longer. Those that are not new are open; the others are opened when their
+    /// turn comes, for each archive that is open has a program that reads it.
     Batch(const std::vector<Portion *> &portions, const translate::SiteHosts &hosts);
     Q_DISABLE_COPY_MOVE(Batch)
 

@@ -29,18 +29,12 @@ QByteArray shown(const QString &text)
     return clean(text).toLocal8Bit();
 }
 
-QByteArray beginningsOf(const RotatedLog &log)
+/// Whether one of two logs that begin with the same line begins with all of the other. None may be
+/// open.
+bool areAlike(Portion &one, Portion &other)
 {
-    LogContent content(log);
-    content.skipRest();
-    return content.beginnings();
-}
-
-/// Whether one of two logs that begin with the same line begins with all of the other.
-bool areAlike(const RotatedLog &one, const RotatedLog &other)
-{
-    const QByteArray a = beginningsOf(one);
-    const QByteArray b = beginningsOf(other);
+    const QByteArray &a = one.beginnings();
+    const QByteArray &b = other.beginnings();
     return a.startsWith(b) || b.startsWith(a);
 }
 
@@ -196,9 +190,8 @@ void Import::addPending(Portion portion)
         m_pending.front().content = nullptr;
         portion.content = nullptr;
     }
-    const bool isAlike = std::any_of(m_pending.begin(), m_pending.end(), [&](const Portion &one) {
-        return one.entry.firstLine == portion.entry.firstLine
-            && areAlike(one.file(), portion.file());
+    const bool isAlike = std::any_of(m_pending.begin(), m_pending.end(), [&portion](Portion &one) {
+        return one.entry.firstLine == portion.entry.firstLine && areAlike(one, portion);
     });
     if (isAlike)
         m_later.insert(m_later.begin(), portion.log);

@@ -63,18 +63,16 @@ bool Intake::takeOnce(std::vector<Portion *> &group, std::vector<Tonight::Log *>
             again.push_back(portion->log);
     }
     std::erase_if(
-        group, [this](Portion *portion) { return !isUpToDate(*portion) || !isOpen(*portion); });
+        group, [this](Portion *portion) { return !isUpToDate(*portion) || !isAsBefore(*portion); });
     Batch batch(group, m_hosts);
     const auto days = read(group, batch, transaction);
     if (!days)
         return true;
-    for (const auto &reading : batch.readings()) {
-        if (!isSound(*reading)) {
-            std::erase(group, &reading->portion);
-            for (Portion *portion : group)
-                portion->content = nullptr;
-            return false;
-        }
+    if (Portion *unsound = findUnsound(batch)) {
+        std::erase(group, unsound);
+        for (Portion *portion : group)
+            portion->content = nullptr;
+        return false;
     }
     bool saved = m_ledger.addDays(*days);
     for (const auto &reading : batch.readings()) {
@@ -102,10 +100,11 @@ bool Intake::isUpToDate(const Portion &portion)
             [](const Entry &a, const Entry &b) { return a.id == b.id && a.bytes == b.bytes; });
 }
 
-/// Opens a portion. False, after a message, when the log is not any more what was looked at.
-bool Intake::isOpen(Portion &portion)
+/// Opens a portion unless it is new. False, after a message, when the log is not any more what was
+/// looked at.
+bool Intake::isAsBefore(Portion &portion)
 {
-    if (portion.open())
+    if (portion.isNew() || portion.open())
         return true;
     leave(portion.file(), "was changed while it was read");
     ++m_count.waiting;
@@ -118,8 +117,10 @@ std::optional<QSet<QDate>> Intake::read(
     const std::vector<Portion *> &group, Batch &batch, db::Transaction &transaction)
 {
     if (m_task == Task::Note) {
-        for (const auto &reading : batch.readings())
+        for (const auto &reading : batch.readings()) {
+            reading->portion.open();
             reading->span = spanOf(*reading->portion.content);
+        }
         return QSet<QDate>();
     }
     const Site &site = m_ledger.site();
@@ -134,8 +135,22 @@ std::optional<QSet<QDate>> Intake::read(
     return {};
 }
 
-/// Whether all of a log was read as it is. False after a message.
-bool Intake::isSound(const Reading &reading)
+/// A log that is not to be taken, after a message; null when there is none. Requests of one that is
+/// a changed form of an earlier log of its server are not held against those merged with it.
+Portion *Intake::findUnsound(const Batch &batch)
+{
+    for (const bool sameServer : { true, false }) {
+        for (const auto &reading : batch.readings()) {
+            if (!isSound(*reading, sameServer))
+                return &reading->portion;
+        }
+    }
+    return nullptr;
+}
+
+/// Whether all of a log was read as it is, and it is no changed form of an earlier one of the same
+/// server, or of another.
+bool Intake::isSound(const Reading &reading, bool sameServer)
 {
     const Portion &portion = reading.portion;
     if (m_task == Task::Store && !portion.content->intact()) {
@@ -148,7 +163,7 @@ bool Intake::isSound(const Reading &reading)
         ++m_count.waiting;
         return false;
     }
-    const auto former = m_task == Task::Store ? changedFrom(reading) : std::nullopt;
+    const auto former = m_task == Task::Store ? changedFrom(reading, sameServer) : std::nullopt;
     if (former) {
         complain(portion.file(), changed(*former, m_ledger.site().host));
         ++m_count.failed;
@@ -157,15 +172,18 @@ bool Intake::isSound(const Reading &reading)
 }
 
 /// The entry that a log, whose lines are stored by now, is a changed form of: one that is not there
-/// any more, has lines of the same time, and whose requests are those of the log.
-std::optional<Entry> Intake::changedFrom(const Reading &reading)
+/// any more, is of the same server or of another, has lines of the same time, and whose requests
+/// are those of the log.
+std::optional<Entry> Intake::changedFrom(const Reading &reading, bool sameServer)
 {
     const Span &span = reading.span;
     const auto others = span.first ? m_ledger.entriesWithin(span) : QList<Entry>();
     for (const Entry &other : others.value_or(QList<Entry>())) {
+        const bool isSameServer = lineage(other.name) == lineage(reading.portion.file().path());
         const Span common { std::max(span.first, other.span.first),
             std::min(span.last, other.span.last) };
-        if (other.id == reading.portion.entry.id || m_tonight.isThere(other, *reading.portion.log))
+        if (isSameServer != sameServer || other.id == reading.portion.entry.id
+            || m_tonight.isThere(other, *reading.portion.log))
             continue;
         const auto repeats = m_ledger.repeats(common);
         if (repeats && repeats->repeated * kRepeatedOfAll > reading.stored

@@ -39,11 +39,12 @@ public:
 private:
     bool takeOnce(std::vector<Portion *> &group, std::vector<Tonight::Log *> &again);
     bool isUpToDate(const Portion &portion);
-    bool isOpen(Portion &portion);
+    bool isAsBefore(Portion &portion);
     std::optional<QSet<QDate>> read(
         const std::vector<Portion *> &group, Batch &batch, db::Transaction &transaction);
-    bool isSound(const Reading &reading);
-    std::optional<Entry> changedFrom(const Reading &reading);
+    Portion *findUnsound(const Batch &batch);
+    bool isSound(const Reading &reading, bool sameServer);
+    std::optional<Entry> changedFrom(const Reading &reading, bool sameServer);
     bool save(const Reading &reading);
     void tell(const Reading &reading);
 

@@ -27,14 +27,15 @@ std::optional<Stretch> roughly(const Portion &portion)
     return Stretch { { *first, changed }, lineage(portion.file().path()) };
 }
 
-/// As the lines say.
+/// As the lines say; nothing of a log that cannot be read to its end, or it would take the others
+/// along.
 std::optional<Stretch> exactly(const Portion &portion)
 {
     LogContent content(portion.file());
     if (!portion.isNew() && !content.skip(portion.entry))
         return {};
     const auto span = translate::timeSpan([&content] { return content.next(); });
-    if (!span)
+    if (!span || !content.intact())
         return {};
     return Stretch { *span, lineage(portion.file().path()) };
 }
@@ -63,6 +64,16 @@ bool Portion::open()
         return true;
     content = std::make_unique<LogContent>(log->file);
     return isNew() || content->skip(entry);
+}
+
+const QByteArray &Portion::beginnings()
+{
+    if (!m_beginnings) {
+        LogContent all(log->file);
+        all.skipRest();
+        m_beginnings = all.beginnings();
+    }
+    return *m_beginnings;
 }
 
 bool mustMerge(const Stretch &a, const Stretch &b)

@@ -25,6 +25,13 @@ struct Portion
     /// Opens it at the first line that is to be taken. False when the log does not begin any more
     /// with what was imported.
     bool open();
+
+    /// LogContent::beginnings() of all of the log, which is read for it the first time. Not while
+    /// it is open.
+    const QByteArray &beginnings();
+
+private:
+    std::optional<QByteArray> m_beginnings;
 };
 
 /// Which of \a portions have to be merged by the time of their lines, since they are of several web
