@@ -19,6 +19,17 @@ namespace {
 constexpr qint64 kRepeatedWithin = 2;
 constexpr qint64 kRepeatedOfAll = 20;
 
+/// Whether a log still begins with what was read of it. Otherwise it was cut off, maybe in the
+/// middle of the reading, and what was read is of two logs.
+bool stillBegins(const Portion &portion)
+{
+    LogContent again(portion.file());
+    Entry read;
+    read.bytes = portion.content->bytes();
+    read.content = portion.content->checksum();
+    return again.skip(read);
+}
+
 } // namespace
 
 Intake::Intake(Ledger &ledger, Tonight &tonight, Task task, Count &count)
@@ -158,8 +169,8 @@ bool Intake::isSound(const Reading &reading, bool sameServer)
         ++m_count.failed;
         return false;
     }
-    if (!portion.file().isArchive() && portion.file().isShorterThan(portion.content->bytes())) {
-        leave(portion.file(), "was cut off while it was read");
+    if (!portion.file().isUnchanged() && !stillBegins(portion)) {
+        leave(portion.file(), "was changed while it was read");
         ++m_count.waiting;
         return false;
     }

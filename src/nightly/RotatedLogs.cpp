@@ -58,6 +58,15 @@ QStringList expand(const QString &pattern)
     return paths;
 }
 
+/// Nothing of it is known when the system does not tell.
+FileState stateOf(const QFile &file)
+{
+    struct stat status = {};
+    fstat(file.handle(), &status);
+    return { static_cast<qint64>(status.st_dev), static_cast<qint64>(status.st_ino),
+        status.st_mtim.tv_sec * FileState::kNanoseconds + status.st_mtim.tv_nsec, status.st_size };
+}
+
 /// Lets as many files be open as the system allows: years of logs may be new at once.
 void allowManyFiles()
 {
@@ -78,15 +87,12 @@ RotatedLog::RotatedLog(const QString &path)
     if (m_gone)
         return;
     m_file = std::make_shared<QFile>();
-    struct stat status = {};
     if (!openForReading(*m_file, path)) {
         m_gone = !QFileInfo::exists(filePath(path));
         m_error = m_file->errorString();
-    } else if (fstat(m_file->handle(), &status) == 0) {
-        m_state = { static_cast<qint64>(status.st_dev), static_cast<qint64>(status.st_ino),
-            status.st_mtim.tv_sec * FileState::kNanoseconds + status.st_mtim.tv_nsec,
-            status.st_size };
-        m_age = QDateTime::currentSecsSinceEpoch() - status.st_mtim.tv_sec;
+    } else {
+        m_state = stateOf(*m_file);
+        m_age = QDateTime::currentSecsSinceEpoch() - m_state.modified / FileState::kNanoseconds;
     }
 }
 
@@ -101,9 +107,9 @@ QString RotatedLog::obstacle() const
     return {};
 }
 
-bool RotatedLog::isShorterThan(qint64 bytes) const
+bool RotatedLog::isUnchanged() const
 {
-    return m_file->size() < bytes;
+    return stateOf(*m_file) == m_state;
 }
 
 int RotatedLog::handle() const

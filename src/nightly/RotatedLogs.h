@@ -47,8 +47,8 @@ public:
     const FileState &state() const { return m_state; }
     /// Seconds between then and its last change. Negative when it was changed in the future.
     qint64 age() const { return m_age; }
-    /// Whether it has become shorter than \a bytes since it was opened.
-    bool isShorterThan(qint64 bytes) const;
+    /// Whether it is as it was when it was opened.
+    bool isUnchanged() const;
 
     QString decompressor() const { return decompressorOf(m_path); }
     bool isArchive() const { return !decompressor().isEmpty(); }

@@ -98,14 +98,16 @@ class Nightly(Nights):
         self.night("/1 /2 /3")
         self.write(".2", lines("/1", "/other"))
         self.night("/1 /2 /3 /1 /other")
-        self.write(".3", lines("/last")[:-1])
-        self.night("/1 /2 /3 /1 /other")
-        self.write(".3", lines("/last")[:-1], 100000)
-        self.night("/1 /2 /3 /1 /other /last")
-        self.write(".3", lines("/last", "/more"))
-        self.night("/1 /2 /3 /1 /other /last /more")
+        open_line = self.write(".3", lines("/4", "/last")[:-1])
+        self.night("/1 /2 /3 /1 /other /4")
+        os.utime(open_line, (1, 1))  # a day goes by
+        files = "UPDATE vesk_nightly.files SET modified = 10^9 WHERE inode ="
+        self.sql(f"{files} {open_line.stat().st_ino}")
+        self.night("/1 /2 /3 /1 /other /4 /last")
+        self.write(".3", lines("/4", "/last", "/more"))
+        self.night("/1 /2 /3 /1 /other /4 /last /more")
         newest = "SELECT lines FROM vesk_nightly.logs ORDER BY id DESC LIMIT 1"
-        self.assertEqual(self.sql(newest), "2")
+        self.assertEqual(self.sql(newest), "3")
 
     def test_changed_afterwards(self):
         text = lines("/1", "/2") + lines("/3", at="21:00:00")
@@ -252,6 +254,24 @@ class Nightly(Nights):
         self.ended(run, "/3 /3b /2 /2b /1 /1b")
         self.night("/3 /3b /2 /2b /1 /1b /0", "^.*log.1: 1 lines.*\n")
 
+    def test_copied_and_truncated_meanwhile(self):
+        """And grown beyond what was read."""
+        self.environment["VESK_HOURLY"] = "yes"
+        before, after = (lines(*(f"/{part}{i}" for i in range(15000))) for part in "ab")
+        log = self.write(".1", before, 10)
+        holder = vesk.Session(self.database.name, "BEGIN", "LOCK vesk.hits")
+        run = self.start()
+        vesk.until(self.database.waiting)
+        self.write(".2", before)
+        log.write_text(after)
+        holder.end()
+        self.ended(
+            run, self.sql("SELECT string_agg(path, ' ' ORDER BY id) FROM vesk.hits"), "changed"
+        )
+        self.start().communicate()
+        counts = "SELECT count(*), count(DISTINCT path) FROM vesk.hits"
+        self.assertEqual(self.sql(counts), "30000|30000")
+
     def test_lost_connection(self):
         for number in 1, 2:
             self.write(f".{number}", lines(f"/{number}"), 9000 - number)
@@ -387,6 +407,7 @@ class Nightly(Nights):
         for server, text in servers.items():
             (self.folder / server).mkdir()
             log = self.write(f"{server}/a b.log.1.gz", text)
+        copy = self.write("web1/copy of a b.log.1", servers["web1"])
         log.write_bytes(log.read_bytes()[:-9])
         os.utime(log, (5, 5))
         self.environment["VESK_LOGS"] = f"{self.folder}/web*/*.log.1*"
@@ -400,6 +421,7 @@ class Nightly(Nights):
         noted = "SELECT count(*), sum(stored) FROM vesk_nightly.logs"
         self.assertEqual(self.sql(noted), "2|1200")
         log.unlink()
+        copy.unlink()
         self.write("web1/a b.log.1.gz", servers["web1"].replace("192.0.2.", "198.51.100."))
         self.write("web3/a b.log.1", lines("/a", at="16:30:00") + lines("/b", at="18:30:00"), 9000)
         told = "^.*web1/a b.log.1.gz is not imported: most of it was imported"
