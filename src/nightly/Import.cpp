@@ -203,6 +203,7 @@ void Import::takePending()
 {
     for (const std::vector<size_t> &group : groups(m_pending)) {
         std::vector<Portion *> portions;
+        portions.reserve(group.size());
         for (const size_t index : group)
             portions.push_back(&m_pending[index]);
         const std::vector<Log *> again = m_intake.take(portions);

@@ -66,7 +66,7 @@ std::optional<double> usualRequests(const QMap<QDate, double> &requests, QDate d
 {
     QList<double> known;
     for (int week = 1; week <= kWeeks; ++week) {
-        const QDate earlier = day.addDays(-7 * week);
+        const QDate earlier = day.addDays(-7LL * week);
         if (earlier >= requests.firstKey())
             known += requests.value(earlier);
     }
