@@ -57,8 +57,10 @@ bool Import::run(const QStringList &patterns)
         return false;
     lookAtAll();
     finish();
-    if (m_task == Task::Store)
+    if (m_task == Task::Store) {
         rollUp();
+        makeUpFigures();
+    }
     return !m_failed;
 }
 
@@ -308,6 +310,25 @@ void Import::rollUp()
             qWarning("%s is not rolled up, the next run tries again", qPrintable(name));
     }
     printf("rolled up %lld days\n", qlonglong { done });
+}
+
+/// Stores the figures of days that were rolled up without them, by hand or by an earlier version.
+void Import::makeUpFigures()
+{
+    const auto days = m_ledger.daysWithoutFigures();
+    m_failed = m_failed || !days;
+    if (!days || days->isEmpty())
+        return;
+    qint64 done = 0;
+    for (const QDate day : *days) {
+        if (m_ledger.storeFigures(day))
+            ++done;
+        else
+            qWarning("%s has no figures yet, the next run tries again",
+                qPrintable(day.toString(Qt::ISODate)));
+    }
+    m_failed = m_failed || done < days->size();
+    printf("made up the figures of %lld days\n", qlonglong { done });
 }
 
 } // namespace vesk::nightly

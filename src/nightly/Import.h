@@ -13,7 +13,7 @@ public:
     Q_DISABLE_COPY_MOVE(Import)
 
     /// Looks at all logs that match \a patterns, in the order of their last change, then rolls days
-    /// up. False when anything went wrong.
+    /// up and stores figures that are missing. False when anything went wrong.
     bool run(const QStringList &patterns);
 
     /// The same of the logs \a paths alone.
@@ -38,6 +38,7 @@ private:
     void wait(const Log &log, const char *why);
     void finish();
     void rollUp();
+    void makeUpFigures();
 
     Ledger m_ledger;
     Tonight m_tonight;

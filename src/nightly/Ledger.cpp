@@ -2,6 +2,7 @@
 
 #include "analytics/RollUp.h"
 #include "common/Db.h"
+#include "figures/Figures.h"
 #include "nightly/LedgerTables.h"
 
 #include <QVariant>
@@ -313,13 +314,26 @@ Ledger::RolledUp Ledger::rollUp(QDate day)
     if (!q)
         return RolledUp::Failed;
     const bool isPart = q->next() && q->value(0).toBool();
-    const bool done = (isPart || analytics::rollUpDay(m_site.id, day))
+    const bool made
+        = isPart || (analytics::rollUpDay(m_site.id, day) && figures::store(m_site.id, day));
+    const bool done = made
         && db::run(QStringLiteral("DELETE FROM vesk_nightly.days WHERE site_id = ? AND day = ?"),
             { m_site.id, day })
         && transaction.commit();
     if (!done)
         return RolledUp::Failed;
     return isPart ? RolledUp::Left : RolledUp::Done;
+}
+
+std::optional<QList<QDate>> Ledger::daysWithoutFigures()
+{
+    return figures::missingDays(m_site.id);
+}
+
+bool Ledger::storeFigures(QDate day)
+{
+    db::Transaction transaction;
+    return transaction.isOpen() && figures::store(m_site.id, day) && transaction.commit();
 }
 
 } // namespace vesk::nightly

@@ -86,9 +86,13 @@ public:
     bool addDays(const QSet<QDate> &days);
 
     enum class RolledUp { Done, Left, Failed };
-    /// Rolls a day up and takes it off the list, both or neither. A day of which the report counts
-    /// more requests than are stored is taken off the list and left as it is.
+    /// Rolls a day up, stores its figures and takes it off the list, all or nothing. A day of which
+    /// the report counts more requests than are stored is taken off the list and left as it is.
     RolledUp rollUp(QDate day);
+
+    /// The first days that have all requests of their report, but not the figures of these.
+    std::optional<QList<QDate>> daysWithoutFigures();
+    bool storeFigures(QDate day);
 
 private:
     std::optional<QList<Entry>> read(const QString &condition, const QVariantList &values);

@@ -25,7 +25,7 @@ CREATE TABLE vesk_nightly.days (
     PRIMARY KEY (site_id, day));)";
 
 /// The first version had entries for logs in a strange format, which are looked at every night now.
-constexpr auto kCurrent = R"(
+constexpr auto kSecond = R"(
 DELETE FROM vesk_nightly.logs WHERE lines > 0 AND stored = 0;
 ALTER TABLE vesk_nightly.logs
     ADD COLUMN first_at timestamptz,
@@ -48,6 +48,21 @@ CREATE TABLE vesk_nightly.young (
     runs integer NOT NULL,
     PRIMARY KEY (site_id, content));)";
 
+/// A row is a list of a day. Its lines are in the arrays, the line of number i in the elements i.
+/// The scope is people or all of lists of visits, and empty of others.
+constexpr auto kCurrent = R"(
+CREATE TABLE vesk_nightly.figures (
+    site_id integer NOT NULL REFERENCES vesk.sites (id) ON DELETE CASCADE,
+    day date NOT NULL,
+    list text NOT NULL,
+    scope text NOT NULL,
+    key text[] NOT NULL,
+    detail text[] NOT NULL,
+    n1 bigint[] NOT NULL,
+    n2 bigint[] NOT NULL,
+    n3 bigint[] NOT NULL,
+    PRIMARY KEY (site_id, day, list, scope));)";
+
 bool runScript(const char *sql)
 {
     QString error;
@@ -65,12 +80,15 @@ std::optional<LedgerVersion> ledgerVersion()
     // for.
     auto q = db::run(QStringLiteral(
         "SELECT coalesce(bool_or(relname = 'days'), false),"
-        " coalesce(bool_or(relname = 'young'), false) FROM pg_catalog.pg_class c"
+        " coalesce(bool_or(relname = 'young'), false),"
+        " coalesce(bool_or(relname = 'figures'), false) FROM pg_catalog.pg_class c"
         " JOIN pg_catalog.pg_namespace n ON n.oid = relnamespace WHERE nspname = 'vesk_nightly'"));
     if (!q || !q->next())
         return {};
-    if (q->value(1).toBool())
+    if (q->value(2).toBool())
         return LedgerVersion::Current;
+    if (q->value(1).toBool())
+        return LedgerVersion::Second;
     return q->value(0).toBool() ? LedgerVersion::First : LedgerVersion::None;
 }
 
@@ -90,8 +108,9 @@ bool createLedgerTables()
     if (!transaction.isOpen() || !lockLedgerTables())
         return false;
     version = ledgerVersion();
-    return version && (version != LedgerVersion::None || runScript(kFirst))
-        && (version == LedgerVersion::Current || runScript(kCurrent)) && transaction.commit();
+    return version && (version > LedgerVersion::None || runScript(kFirst))
+        && (version > LedgerVersion::First || runScript(kSecond))
+        && (version > LedgerVersion::Second || runScript(kCurrent)) && transaction.commit();
 }
 
 } // namespace vesk::nightly

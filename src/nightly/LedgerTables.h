@@ -8,13 +8,14 @@ namespace vesk::nightly {
 enum class LedgerVersion {
     None,
     First, ///< without files, times and beginnings of contents
+    Second, ///< without figures
     Current,
 };
 
 /// Nothing, after the report of db::exec(), when the database cannot be asked.
 std::optional<LedgerVersion> ledgerVersion();
 
-/// Makes the tables that are missing, and turns those of the first version into the current ones.
+/// Makes the tables that are missing, and turns those of earlier versions into the current ones.
 /// False after the report of db::exec().
 bool createLedgerTables();
 

@@ -1,0 +1,73 @@
+#include "figures/Statements.h"
+
+#include <QDir>
+#include <QFile>
+#include <QRegularExpression>
+#include <QStringList>
+
+namespace vesk::figures {
+
+namespace {
+
+QString resource(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+}
+
+/// The latest script that makes or replaces the roll-up.
+QString rollupScript()
+{
+    const QDir scripts(QStringLiteral(":/sql"));
+    QString latest;
+    for (const QString &name : scripts.entryList(QDir::Files, QDir::Name)) {
+        const QString text = resource(scripts.filePath(name));
+        if (text.contains(QLatin1String("FUNCTION vesk.rollup_day(")))
+            latest = text;
+    }
+    return latest;
+}
+
+/// The condition of requests that were made on \a days, a range of the index for each run of them.
+QString madeOn(const QList<QDate> &days)
+{
+    QStringList ranges;
+    for (qsizetype i = 0; i < days.size();) {
+        const QDate first = days[i];
+        while (++i < days.size() && days[i] == days[i - 1].addDays(1)) { }
+        ranges
+            += QStringLiteral("at >= date '%1'::timestamptz AND at < date '%2'::timestamptz")
+                   .arg(first.toString(Qt::ISODate), days[i - 1].addDays(1).toString(Qt::ISODate));
+    }
+    return ranges.isEmpty() ? QStringLiteral("false") : ranges.join(QLatin1String(" OR "));
+}
+
+} // namespace
+
+QString statementText(const char *name)
+{
+    return resource(QStringLiteral(":/figures/") + QLatin1String(name));
+}
+
+QString requestRelations(const QList<QDate> &days)
+{
+    const QString rollup = rollupScript();
+    QString sql = statementText("requests.sql");
+    static const QRegularExpression pattern(
+        QStringLiteral(R"(path COLLATE "C" ~\* (.*?) AS (probe|asset))"),
+        QRegularExpression::DotMatchesEverythingOption);
+    static const QRegularExpression count(QStringLiteral(R"(HAVING count\(\*\) >= (\d+))"));
+    for (auto rules = pattern.globalMatch(rollup); rules.hasNext();) {
+        const auto rule = rules.next();
+        sql.replace(u'{' + rule.captured(2) + u'}', rule.captured(1));
+    }
+    if (const auto rule = count.match(rollup); rule.hasMatch())
+        sql.replace(QLatin1String("{sweep}"), rule.captured(1));
+    static const QRegularExpression open(QStringLiteral(R"(\{(probe|asset|sweep)\})"));
+    if (!sql.contains(open))
+        return sql.replace(QLatin1String("{when}"), madeOn(days));
+    qCritical("the rules of the roll-up cannot be found in its script");
+    return {};
+}
+
+} // namespace vesk::figures
