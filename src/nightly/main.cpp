@@ -116,6 +116,8 @@ bool execute(const Command &command, const QStringList &args)
 {
     if (args.size() == 1)
         return command.alone();
+    if (!vesk::allSites()) // a site that may not be read is not unknown
+        return false;
     const QString &host = args[1];
     const auto site = vesk::findSite(host);
     if (!site)

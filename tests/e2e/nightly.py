@@ -213,6 +213,8 @@ class Nightly(Nights):
         self.expect(stored + " /12", err="sql: (?s:.*)\n2026-03-13 is not rolled up, the next run")
         self.sql("ALTER TABLE vesk.rollup DROP CONSTRAINT refuse")
         self.night(stored + " /12", "rolled up 1 days")
+        self.sql("ALTER TABLE vesk.sites RENAME TO elsewhere")
+        self.expect(stored + " /12", err="(?s)^sql: (?!.*unknown site)")
 
     def test_two_at_once_and_missed_days(self):
         """The first run is killed while it rolls up, which the second one waits for and does."""
