@@ -92,6 +92,16 @@ void Html::paragraph(const QString &text, const char *kind)
         leaf("p", text, { { "class", QLatin1String(kind) } });
 }
 
+void Html::tableHead(const QStringList &heads)
+{
+    open("thead");
+    open("tr");
+    for (const QString &head : heads)
+        leaf("th", head, { { "scope", QStringLiteral("col") } });
+    close();
+    close();
+}
+
 void Html::stranger(const QString &text)
 {
     const QString whole = clean(text);

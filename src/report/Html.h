@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <QStringList>
 #include <QXmlStreamWriter>
 
 #include <initializer_list>
@@ -31,6 +32,9 @@ public:
 
     /// An element with nothing but a text, which may be empty.
     void leaf(const char *tag, const QString &text, const Attributes &attributes = {});
+
+    /// The heads of the columns of a table, which must be open.
+    void tableHead(const QStringList &heads);
 
     /// A text of a stranger: cleaned, and in an element that keeps letters that are written from
     /// right to left from turning what is around them. What is cut can be read in its tooltip.

@@ -147,13 +147,7 @@ void writeNumbers(Html &html, const List &numbers)
     const bool isOpen = numbers.rows.size() <= kMostOpenRows;
     const auto table = [&] {
         const Element element(html, "table", { { "class", QStringLiteral("plain") } });
-        html.open("thead");
-        html.open("tr");
-        html.leaf("th", numbers.key.head, { { "scope", QStringLiteral("col") } });
-        for (const Column &column : numbers.columns)
-            html.leaf("th", column.head, { { "scope", QStringLiteral("col") } });
-        html.close();
-        html.close();
+        html.tableHead(numbers.heads());
         const Element body(html, "tbody");
         for (const Row &row : numbers.rows) {
             const Element line(html, "tr");

@@ -37,13 +37,7 @@ void writeKey(Html &html, const List &list, const Row &row, double share, const 
 void writeTable(Html &html, const List &list, const QString &site)
 {
     const Element table(html, "table", { { "aria-labelledby", list.id } });
-    html.open("thead");
-    html.open("tr");
-    html.leaf("th", list.key.head, { { "scope", QStringLiteral("col") } });
-    for (const Column &column : list.columns)
-        html.leaf("th", column.head, { { "scope", QStringLiteral("col") } });
-    html.close();
-    html.close();
+    html.tableHead(list.heads());
     double most = 0;
     for (const Row &row : list.rows)
         most = std::max(most, row.values[0].value_or(0));

@@ -17,7 +17,7 @@ constexpr int kMostBars = 92;
 struct Part
 {
     QString title;
-    bool isOfReports; ///< its figures come from the days that have a report
+    bool isOfReports; ///< its figures are of the days that have a report
     std::function<void()> write;
 
     QString id() const { return QLatin1String("part-") + title.toLower().replace(u' ', u'-'); }
@@ -211,19 +211,18 @@ void writeFoot(Html &html, const Report &report)
 QList<Part> partsOf(Html &html, const Report &report)
 {
     QList<Part> parts { { QStringLiteral("People"), true, [&] { writePeople(html, report); } } };
-    const auto addChart = [&](const Chart &chart, bool isOfReports) {
+    const auto addChart = [&](const Chart &chart) {
         if (isWorthDrawing(chart))
-            parts += { chart.numbers.title, isOfReports,
-                [&html, chart] { writeChart(html, chart); } };
+            parts += { chart.numbers.title, true, [&html, chart] { writeChart(html, chart); } };
     };
     const auto addSides = [&](const char *title, const Sides &sides) {
         if (!areEmpty(sides.left + sides.right))
             parts += { QLatin1String(title), true,
                 [&html, &report, sides] { writeSides(html, report, sides); } };
     };
-    addChart(course(report.visitors, kMostBars), true);
+    addChart(course(report.visitors, kMostBars));
     for (const Chart &chart : report.charts)
-        addChart(chart, true);
+        addChart(chart);
     if (!areEmpty(pick(report.lists, { ListId::Pages, ListId::EntryPages })))
         parts += { QStringLiteral("Pages"), true, [&] { writePageLists(html, report); } };
     addSides("Sources of visits",
@@ -237,9 +236,9 @@ QList<Part> partsOf(Html &html, const Report &report)
     if (!report.search.engines.isEmpty() || !report.search.note.isEmpty())
         parts += { QStringLiteral("Search console"), false, [&] { writeSearch(html, report); } };
     parts += { QStringLiteral("All requests"), true, [&] { writeRequests(html, report); } };
-    parts += { QStringLiteral("Server"), false, [&] { writeServer(html, report); } };
+    parts += { QStringLiteral("Server"), report.server.known, [&] { writeServer(html, report); } };
     if (report.server.known)
-        addChart(course(report.server.days, kMostBars), false);
+        addChart(course(report.server.days, kMostBars));
     return parts;
 }
 
@@ -257,10 +256,8 @@ void writePart(Html &html, const Report &report, const Part &part)
 {
     const Element section(html, "section", { { "id", part.id() } });
     html.leaf("h2", part.title);
-    if (part.isOfReports && report.days < report.period.days())
-        html.paragraph(
-            QStringLiteral("Of %1 of the %2 days.").arg(report.days).arg(report.period.days()),
-            "soft");
+    if (part.isOfReports)
+        html.paragraph(shareOfDays(report.days, report.period), "soft");
     part.write();
 }
 

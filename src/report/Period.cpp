@@ -101,4 +101,11 @@ QString daysName(const QList<QDate> &days)
     return names.isEmpty() ? last : names.join(QLatin1String(", ")) + QLatin1String(" and ") + last;
 }
 
+QString shareOfDays(qint64 known, const Period &period)
+{
+    return known < period.days()
+        ? QStringLiteral("Of %1 of the %2 days.").arg(known).arg(period.days())
+        : QString();
+}
+
 } // namespace vesk::report

@@ -49,6 +49,9 @@ QString periodName(const Period &period);
 /// After the third of such runs only how many more days there are.
 QString daysName(const QList<QDate> &days);
 
+/// "Of 28 of the 30 days." when so many of a period are known; empty when all are.
+QString shareOfDays(qint64 known, const Period &period);
+
 /// A day as texts name it: "2 March 2026".
 QString dayName(QDate day);
 

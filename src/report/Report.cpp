@@ -6,6 +6,14 @@
 
 namespace vesk::report {
 
+QStringList List::heads() const
+{
+    QStringList heads { key.head };
+    for (const Column &column : columns)
+        heads += column.head;
+    return heads;
+}
+
 QList<List> pick(const QMap<ListId, List> &lists, std::initializer_list<ListId> ids)
 {
     QList<List> picked;

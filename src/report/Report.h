@@ -70,6 +70,8 @@ struct List
     qint64 total = 0; ///< how many rows there are
     QString note {};
     bool isLinked = false; ///< details are addresses that link to the key
+
+    QStringList heads() const; ///< of the keys and of the columns
 };
 
 /// The course of something, as bars. The first column is a bar, a second one of the same unit

@@ -52,6 +52,11 @@ void arrange(Overview &overview)
     overview.total = sumOf(overview.sites);
 }
 
+QString gapOf(const SiteLine &site, const Period &period)
+{
+    return site.days > 0 ? shareOfDays(site.days, period) : QString();
+}
+
 QStringList gapsOf(const Overview &overview)
 {
     const auto sitesWith = [&](auto isMeant) {
@@ -64,9 +69,6 @@ QStringList gapsOf(const Overview &overview)
     };
     tell("There is no report of %1 for this time.",
         sitesWith([](const SiteLine &site) { return site.days == 0; }));
-    tell("Not all days of %1 have a report.", sitesWith([&](const SiteLine &site) {
-        return site.days > 0 && site.days < overview.period.days();
-    }));
     tell("Data and errors of %1 are not known, because requests were deleted or may not be read.",
         sitesWith([](const SiteLine &site) { return site.days > 0 && !site.bytes; }));
     const auto compared = sitesWith([](const SiteLine &site) { return site.visitorsBefore; });

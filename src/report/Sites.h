@@ -52,6 +52,9 @@ struct Overview
 /// Puts the sites in order and adds them up. Rates are those of the sums.
 void arrange(Overview &overview);
 
+/// Of how many days of a period the figures of a site are; empty when of all or there are none.
+QString gapOf(const SiteLine &site, const Period &period);
+
 /// "Data and server errors are not known of 2 sites." and the like.
 QStringList gapsOf(const Overview &overview);
 

@@ -78,19 +78,17 @@ void writeTable(Html &html, const Overview &overview)
             { "aria-label", QStringLiteral("Figures of all sites") },
             { "tabindex", QStringLiteral("0") } });
     const Element table(html, "table");
-    html.open("thead");
-    html.open("tr");
-    for (const char *head : { "Site", "Visitors", "Visits", "Page views", "Requests", "Crawlers",
-             "Data", "Errors", "Newest day" })
-        html.leaf("th", QLatin1String(head), { { "scope", QStringLiteral("col") } });
-    html.close();
-    html.close();
+    html.tableHead(
+        QStringLiteral("Site,Visitors,Visits,Page views,Requests,Crawlers,Data,Errors,Newest day")
+            .split(u','));
     html.open("tbody");
     for (const SiteLine &site : overview.sites) {
         const Element row(html, "tr");
         {
             const Element cell(html, "th", { { "scope", QStringLiteral("row") } });
             writeHost(html, site);
+            if (const QString days = gapOf(site, overview.period); !days.isEmpty())
+                html.leaf("small", days);
             if (!site.findings.isEmpty())
                 html.leaf("small", levelWord(worst(site.findings)),
                     { { "class", levelClass(worst(site.findings)) } });

@@ -51,6 +51,8 @@ QByteArray toText(const Overview &overview)
         line({});
         line(headOf(site));
         line(grid.row(i));
+        if (const QString days = gapOf(site, overview.period); !days.isEmpty())
+            line(QLatin1String("  ") + days);
         for (const Finding &finding : site.findings)
             line((finding.level == Level::Critical ? QLatin1String("  CRITICAL: ")
                                                    : QLatin1String("  WARNING: "))

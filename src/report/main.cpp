@@ -22,6 +22,14 @@ void print(const QByteArray &text)
     fwrite(text.constData(), 1, size_t(text.size()), stdout);
 }
 
+/// A report or an overview, in the form that the options name.
+template <typename T> void print(const QCommandLineParser &parser, const T &shown)
+{
+    print(parser.isSet(QStringLiteral("json"))     ? toJson(shown)
+            : parser.isSet(QStringLiteral("html")) ? toHtml(shown)
+                                                   : toText(shown));
+}
+
 /// The period that \a text names.
 std::optional<Period> periodOf(const QString &text, const Calendar &calendar)
 {
@@ -56,9 +64,7 @@ bool reportSite(
     const auto report = readReport(*site, *period, options);
     if (!report)
         return false;
-    print(parser.isSet(QStringLiteral("json"))     ? toJson(*report)
-            : parser.isSet(QStringLiteral("html")) ? toHtml(*report)
-                                                   : toText(*report));
+    print(parser, *report);
     return true;
 }
 
@@ -76,9 +82,7 @@ bool reportSites(const QCommandLineParser &parser, const Arguments &arguments,
     const auto overview = readOverview(*sites, *period, options, limits);
     if (!overview)
         return false;
-    print(parser.isSet(QStringLiteral("json"))     ? toJson(*overview)
-            : parser.isSet(QStringLiteral("html")) ? toHtml(*overview)
-                                                   : toText(*overview));
+    print(parser, *overview);
     return true;
 }
 

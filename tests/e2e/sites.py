@@ -84,10 +84,10 @@ def check_check(reports):
 
 
 def check_overview(reports):
-    period = "..".join(str(TODAY - datetime.timedelta(n)) for n in (8, 5))
+    period = "..".join(str(TODAY - datetime.timedelta(n)) for n in (6, 1))
     overview = reports.json("--sites", period)
     hosts = [site["site"] for site in overview["sites"]]
-    assert hosts == ["busy.example", "silent.example", "bücher.example"], hosts
+    assert hosts == ["busy.example", "bücher.example", "silent.example"], hosts
     sums = dict.fromkeys([*LISTED, "bots"], 0)
     for site in overview["sites"]:
         report = reports.json(site["site"], period)
@@ -111,8 +111,12 @@ def check_overview(reports):
         figures = [media.shown(name, row[name]) for name in LISTED]
         change = media.change("", row["visitors_compared"], row["visitors_before"])
         cells = ["".join(cell.itertext()) for cell in line]
-        assert cells[1:-1] == [figures[0] + "".join(change), *figures[1:]], (cells, figures)
-        assert " ".join([figures[0], *(change or ["-"]), *figures[1:]]) in text, (figures, text)
+        days, level = row.get("days_with_report", 6), row.get("level", "fine")
+        gap = f"Of {days} of the 6 days." * (days < 6)
+        head = row.get("site", "All 3 sites") + gap + level.title() * (level != "fine")
+        assert cells[:-1] == [head, figures[0] + "".join(change), *figures[1:]], (cells, figures)
+        place = text.index(" ".join([figures[0], *(change or ["-"]), *figures[1:]]))
+        assert text[place + 1] == gap or not gap, (gap, text)
     wrong = " ".join("".join(item.itertext()) for item in body.iter("li"))
     assert "Critical busy.example: 40 of 40" in wrong and "first is: a|b" in wrong, wrong
     old = "method = 'GET' AND at < current_date"

@@ -35,6 +35,8 @@ Facts factsWith(const QString &changes)
             std::fill(facts.requests.begin(), facts.requests.end(), number);
         else if (name == "yesterday")
             facts.requests[today.addDays(-1)] = number;
+        else if (name == "burst")
+            facts.requests[day] = 1e6;
         else if (name == "without")
             facts.requests.remove(day);
         else if (name == "since") // history begins there
@@ -102,6 +104,8 @@ private slots:
         row("yesterday 100, since -21", ""); // two weeks tell nothing
         row("yesterday 100, since -22", "1 requests");
         row("yesterday 100, without -8, without -15, without -22", "1 requests");
+        row("burst -8, burst -15, burst -22", ""); // the median of eight
+        row("burst -8, burst -15, burst -22, burst -29", "2 requests");
         row("night -1", "");
         row("night -2", "1 night");
         row("night -4", "2 night");
