@@ -66,8 +66,9 @@ void writeList(Html &html, const List &list, const QString &site)
     html.paragraph(list.note, "soft");
     writeTable(html, list, site);
     if (list.total > list.rows.size())
-        html.paragraph(QStringLiteral("and %1 more, which --rows all shows")
-                           .arg(grouped(double(list.total - list.rows.size()))),
+        html.paragraph(
+            QStringLiteral("and %1 more").arg(grouped(double(list.total - list.rows.size())))
+                + hintOn(list),
             "more");
 }
 

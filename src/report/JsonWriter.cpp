@@ -69,6 +69,7 @@ QJsonObject json(const QMap<ListId, List> &lists)
     QJsonObject object;
     for (const List &list : lists)
         object[list.id] = QJsonObject { { QStringLiteral("total"), list.total },
+            { QStringLiteral("summed_up"), list.summedUp },
             { QStringLiteral("rows"), rows(list) } };
     return object;
 }

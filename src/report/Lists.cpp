@@ -216,7 +216,8 @@ List emptyList(ListId id)
         if (layout.id == id)
             list = { latin(layout.name), latin(layout.title),
                 { latin(layout.key), latin(layout.head) }, latin(layout.detail),
-                columnsOf(layout.columns), {}, 0, latin(layout.note), id == ListId::MissingFiles };
+                columnsOf(layout.columns), {}, 0, 0, latin(layout.note),
+                id == ListId::MissingFiles };
     }
     return list;
 }
@@ -252,6 +253,7 @@ QMap<ListId, List> filled(const Lines &lines, std::initializer_list<ListId> ids)
         for (const Line &line : lines.value(id)) {
             list.rows += rowOf(id, list, line);
             list.total = line.total;
+            list.summedUp = line.summedUp;
         }
     }
     return lists;

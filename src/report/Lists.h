@@ -15,6 +15,7 @@ struct Line
     QList<Value> values;
     Value before;
     qint64 total = 0; ///< lines of this list in all
+    qint64 summedUp = 0; ///< those of them of which only the sum is kept, in no line
     double whole = 0; ///< sum of the first values of all of them
 };
 

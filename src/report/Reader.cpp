@@ -2,6 +2,7 @@
 
 #include "common/Db.h"
 #include "common/Text.h"
+#include "figures/Statements.h"
 #include "report/DayReader.h"
 #include "report/SearchReader.h"
 #include "report/ServerReader.h"
@@ -10,15 +11,10 @@ namespace vesk::report {
 
 Snapshot::Snapshot()
 {
-    // Memory for the groups of a busy day, and no plans for few rows where there are many.
     QString error;
     m_open = db::execScript(
-        QStringLiteral("START TRANSACTION ISOLATION LEVEL REPEATABLE READ, READ ONLY;"
-                       "SET LOCAL search_path = pg_catalog;"
-                       "SET LOCAL work_mem = '64MB';"
-                       "SET LOCAL enable_nestloop = off;"
-                       "SET LOCAL enable_mergejoin = off;"
-                       "SET LOCAL jit = off"),
+        QStringLiteral("START TRANSACTION ISOLATION LEVEL REPEATABLE READ, READ ONLY;")
+            + QLatin1String(figures::kSettings),
         &error);
     if (!m_open)
         db::reportFailure(error);

@@ -24,6 +24,17 @@ QList<List> pick(const QMap<ListId, List> &lists, std::initializer_list<ListId> 
     return picked;
 }
 
+QString hintOn(const List &list)
+{
+    QStringList hints;
+    if (list.total - list.summedUp > list.rows.size())
+        hints += QStringLiteral("--rows all");
+    if (list.summedUp > 0)
+        hints += grouped(double(list.summedUp)) + QLatin1String(" only summed up");
+    return hints.isEmpty() ? QString()
+                           : QLatin1String(" (") + hints.join(QLatin1String(", ")) + u')';
+}
+
 QString shownLink(const QString &referrer, const QString &site)
 {
     for (const char *start : { "https://", "http://", "https://www.", "http://www." }) {

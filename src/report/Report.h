@@ -68,6 +68,7 @@ struct List
     QList<Column> columns {};
     QList<Row> rows {};
     qint64 total = 0; ///< how many rows there are
+    qint64 summedUp = 0; ///< those of them of which only the sum is kept
     QString note {};
     bool isLinked = false; ///< details are addresses that link to the key
 
@@ -151,6 +152,9 @@ struct Report
 
 /// Those of \a lists that are there, in the order of \a ids.
 QList<List> pick(const QMap<ListId, List> &lists, std::initializer_list<ListId> ids);
+
+/// Which of the rows that \a list leaves out can be had, and which cannot: " (--rows all)".
+QString hintOn(const List &list);
 
 /// A referrer as it is shown: a page of the site itself by its path.
 QString shownLink(const QString &referrer, const QString &site);

@@ -59,6 +59,7 @@ std::optional<ReportedSite> readCalendar(const Site &known)
     site.calendar = { days.day("today"), days.day("last_complete") };
     site.mayReadHits = days.value("may_read_hits").toBool();
     site.mayReadSearch = days.value("may_read_search").toBool();
+    site.mayReadFigures = days.value("may_read_figures").toBool();
     if (!site.mayReadHits)
         return site;
     Statement last(statementText("newest_request.sql"), bindings);

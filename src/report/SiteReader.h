@@ -21,6 +21,7 @@ struct ReportedSite : Site
     QTime lastRequestTime {};
     bool mayReadHits = false;
     bool mayReadSearch = false;
+    bool mayReadFigures = false; ///< there are some, and it may
 };
 
 /// The site with \a host, or the only one there is when that is empty. Nothing, after a message,

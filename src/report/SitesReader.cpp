@@ -52,27 +52,41 @@ struct Traffic
     double errors = 0;
 };
 
-/// Of the days of a period all requests of which are still there, as \a days count them; nothing
-/// when one of them is not, or none may be read.
-std::optional<Traffic> readTraffic(
-    Task &task, const Period &period, const QMap<QDate, Totals> &days)
+void addTraffic(
+    Task &task, const char *statement, const Bindings &more, QMap<QDate, Traffic> &traffic)
 {
-    if (!task.site.mayReadHits || task.failed)
-        return {};
     Bindings bindings = task.bindings;
-    bindings.insert(
-        { { QStringLiteral(":first"), period.first }, { QStringLiteral(":last"), period.last } });
-    QMap<QDate, Traffic> traffic;
-    Statement rows(statementText("traffic.sql"), bindings);
+    bindings.insert(more);
+    Statement rows(statementText(statement), bindings);
     while (rows.next())
         traffic[rows.day("day")]
             = { rows.number("requests"), rows.number("bytes"), rows.number("errors") };
     task.failed |= rows.failed();
+}
+
+/// Of the days of a period that have a report, from figures or else from requests; nothing when not
+/// all requests of one of them are there, or may be read.
+std::optional<Traffic> readTraffic(Task &task, const Period &period)
+{
+    QList<QDate> days = task.days.keys();
+    days.removeIf([&](QDate day) { return !period.contains(day); });
+    const QSet<QDate> kept = keptDays(task, period);
+    QMap<QDate, Traffic> traffic;
+    if (!kept.contains(QSet<QDate>(days.begin(), days.end()))) {
+        if (!task.site.mayReadHits || task.failed)
+            return {};
+        addTraffic(task, "traffic.sql",
+            { { QStringLiteral(":first"), period.first },
+                { QStringLiteral(":last"), period.last } },
+            traffic);
+    }
+    if (!kept.isEmpty())
+        addTraffic(task, "traffic_kept.sql",
+            { { QStringLiteral(":kept"), arrayOf(kept.values()) } }, traffic);
     Traffic sum;
-    for (auto day = days.lowerBound(period.first); day != days.end() && day.key() <= period.last;
-         ++day) {
-        const Traffic &its = traffic[day.key()];
-        if (its.requests < day->requests)
+    for (const QDate day : days) {
+        const Traffic &its = traffic[day];
+        if (its.requests < task.days[day].requests)
             return {};
         sum.bytes += its.bytes;
         sum.errors += its.errors;
@@ -96,7 +110,7 @@ std::optional<Facts> readSiteFacts(const ReportedSite &site, const Ledger &ledge
             facts.requests[day.key()] = day->requests;
     }
     const QDate complete = facts.complete;
-    if (const auto traffic = readTraffic(task, { complete, complete }, task.days))
+    if (const auto traffic = readTraffic(task, { complete, complete }))
         facts.errors = traffic->errors;
     return task.failed ? std::nullopt : std::optional(facts);
 }
@@ -119,7 +133,7 @@ std::optional<SiteLine> readLine(
         line.pageviews = counts.pageviews;
         line.requests = now.requests;
         line.botRequests = now.botRequests;
-        if (const auto traffic = readTraffic(task, period, task.days)) {
+        if (const auto traffic = readTraffic(task, period)) {
             line.bytes = traffic->bytes;
             line.errors = traffic->errors;
         }

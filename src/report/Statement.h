@@ -43,8 +43,4 @@ private:
 /// The text of the statement \a name, a file of the folder sql.
 QString statementText(const char *name);
 
-/// The text of sql/hits.sql with the rules of the roll-up put in, as the latest script has them.
-/// Empty, after a message, when they cannot be found there.
-QString hitsStatement();
-
 } // namespace vesk::report

@@ -1,5 +1,7 @@
 #include "report/Task.h"
 
+#include "figures/Figures.h"
+
 namespace vesk::report {
 
 Task::Task(const ReportedSite &itsSite, const Period &itsPeriod, const Options &itsOptions)
@@ -31,9 +33,26 @@ void readLines(Task &task, const QString &sql, const Bindings &more, Lines &line
             { statement.figure("v1"), statement.figure("v2"), statement.figure("v3"),
                 statement.figure("v4") },
             statement.figure("before"), statement.value("total").toLongLong(),
-            statement.number("whole") };
+            statement.value("summed_up").toLongLong(), statement.number("whole") };
     }
     task.failed |= statement.failed();
+}
+
+QString arrayOf(const QList<QDate> &days)
+{
+    QStringList names;
+    for (const QDate day : days)
+        names += day.toString(Qt::ISODate);
+    return u'{' + names.join(u',') + u'}';
+}
+
+QSet<QDate> keptDays(Task &task, const Period &period)
+{
+    if (!task.site.mayReadFigures || task.failed)
+        return {};
+    const auto days = figures::validDays(task.site.id, period.first, period.last);
+    task.failed |= !days;
+    return days.value_or(QSet<QDate>());
 }
 
 } // namespace vesk::report

@@ -6,6 +6,7 @@
 #include "report/Totals.h"
 
 #include <QMap>
+#include <QSet>
 
 /// What the steps in which a report is read have in common.
 namespace vesk::report {
@@ -30,8 +31,15 @@ struct Task
     bool failed = false; ///< a statement did, which was reported
 };
 
-/// Adds what a statement gives that has the columns list, key, detail, v1 to v4, before, total and
-/// whole. Nothing when the task has failed.
+/// Adds what a statement gives that has the columns list, key, detail, v1 to v4, before, total,
+/// summed_up and whole. Nothing when the task has failed.
 void readLines(Task &task, const QString &sql, const Bindings &more, Lines &lines);
+
+/// Days as a literal of an array.
+QString arrayOf(const QList<QDate> &days);
+
+/// The days of a period that can be told from the figures that are kept. None when the task has
+/// failed, or these may not be read.
+QSet<QDate> keptDays(Task &task, const Period &period);
 
 } // namespace vesk::report

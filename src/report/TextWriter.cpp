@@ -166,7 +166,7 @@ void TextWriter::list(const List &list)
     }
     if (list.total > list.rows.size())
         line(right(u'+' + grouped(double(list.total - list.rows.size())), 8)
-            + QLatin1String("  more (--rows all)"));
+            + QLatin1String("  more") + hintOn(list));
 }
 
 /// Short lists next to each other: counts and names.

@@ -34,7 +34,7 @@ WITH campaign AS (
 )
 SELECT list, key, '' AS detail, n1::float8 AS v1, n2::float8 AS v2,
        CASE WHEN list = 'page' THEN x / nullif(n3, 0) END AS v3, NULL::float8 AS v4,
-       before::float8, total, whole::float8
+       before::float8, total, 0 AS summed_up, whole::float8
 FROM ranked
 WHERE rank <= :rows
 ORDER BY list, rank

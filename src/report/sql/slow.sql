@@ -14,7 +14,8 @@ WITH path AS (
 )
 SELECT 'slow' AS list, path AS key, '' AS detail, most::float8 AS v1, median::float8 AS v2,
        longest::float8 AS v3, requests::float8 AS v4, NULL::float8 AS before,
-       count(*) OVER () AS total, NULL::float8 AS whole
+       count(*) OVER () AS total, 0 AS summed_up,
+       NULL::float8 AS whole
 FROM timed
 ORDER BY most DESC, requests DESC, path COLLATE "C"
 LIMIT :rows
