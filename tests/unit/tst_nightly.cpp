@@ -21,16 +21,21 @@ QByteArrayList manyLines(int count)
     return lines;
 }
 
-/// How a log of \a text relates to \a entries.
-Likeness likeness(const QString &folder, const QByteArray &text, const QList<Entry> &entries)
+/// A log of \a text that was last written two days ago.
+RotatedLog written(const QString &folder, const QByteArray &text)
 {
     QFile file(folder + "/log");
     file.open(QIODevice::WriteOnly);
     file.write(text);
     file.flush();
     file.setFileTime(QDateTime::currentDateTime().addDays(-2), QFile::FileModificationTime);
-    file.close();
-    const RotatedLog log(file.fileName());
+    return RotatedLog(file.fileName());
+}
+
+/// How a log of \a text relates to \a entries.
+Likeness likeness(const QString &folder, const QByteArray &text, const QList<Entry> &entries)
+{
+    const RotatedLog log = written(folder, text);
     LogContent content(log);
     content.first();
     return compare(content, entries);
@@ -40,11 +45,7 @@ Likeness likeness(const QString &folder, const QByteArray &text, const QList<Ent
 Entry imported(const QString &folder, const QByteArrayList &lines)
 {
     const QByteArray text = lines.join('\n') + '\n';
-    QFile file(folder + "/log");
-    file.open(QIODevice::WriteOnly);
-    file.write(text);
-    file.close();
-    const RotatedLog log(file.fileName());
+    const RotatedLog log = written(folder, text);
     LogContent content(log);
     Entry entry;
     entry.span = spanOf(content);
