@@ -460,20 +460,24 @@ class Nightly(Nights):
             self.night("/1 /2", "^no new")
             self.assertEqual(self.sql(known), str(count))
 
-    def test_closed_folder(self):
-        """As another account than root, which may search all folders."""
+    def test_closed(self):
+        """As another account than root, which may read and search everything."""
         program = shutil.copy(NIGHTLY, vesk.FOLDER)
         vesk.FOLDER.chmod(0o755)
         command = ["setpriv", "--reuid=postgres", "--regid=postgres", "--clear-groups", program]
         self.write(".1", lines("/1"))
-        self.folder.chmod(0)
         command = command if os.getuid() == 0 else command[-1:]
-        run = subprocess.run(
-            [*command, "import", "example.org"], env=self.environment, capture_output=True
-        )
-        self.folder.chmod(0o755)
-        self.assertRegex(run.stderr.decode(), "the folder /.*/ cannot be searched")
-        self.assertEqual(run.returncode, 1)
+        for closed, told in (
+            (self.folder, "the folder /.*/ cannot be searched"),
+            (self.database.config, "^the configuration /.* cannot be read: .*root:vesk.*\n$"),
+        ):
+            closed.chmod(0)
+            run = subprocess.run(
+                [*command, "import", "example.org"], env=self.environment, capture_output=True
+            )
+            closed.chmod(0o755)
+            self.assertRegex(run.stderr.decode(), told)
+            self.assertEqual(run.returncode, 1)
 
 
 unittest.main(argv=sys.argv[1:])
