@@ -28,24 +28,32 @@ std::optional<Limit> parseLimit(const QString &text)
 void addOptions(QCommandLineParser &parser)
 {
     const auto add = [&parser](const char *name, const char *text, const char *value = "",
-                         const char *standard = "") {
-        parser.addOption(QCommandLineOption(QLatin1String(name), QLatin1String(text),
-            QLatin1String(value), QLatin1String(standard)));
+                         const QString &standard = {}) {
+        const QString told
+            = standard.isEmpty() ? QString() : QLatin1String(" The default: ") + standard;
+        parser.addOption(QCommandLineOption(
+            QLatin1String(name), QLatin1String(text) + told, QLatin1String(value), standard));
     };
+    const auto both = [](const Limit &limit, int factor = 1) {
+        return QStringLiteral("%1,%2").arg(limit.warning * factor).arg(limit.critical * factor);
+    };
+    const Limits limits;
     add("html", "Write a web page.");
     add("json", "Write JSON.");
-    add("rows", "Show as many rows of each list, or all.", "number", "15");
+    add("rows", "Show as many rows of each list, or all.", "number", QStringLiteral("15"));
     add("scope", "Whom the lists count: people, or all to have unverified browsers in them.",
-        "scope", "people");
+        "scope", QStringLiteral("people"));
     add("addresses", "List the addresses of scanners. They are personal data.");
     add("pages", "Write web pages and an index into the folder.", "folder");
     add("pages-below", "The same into a folder of the site below that one.", "folder");
     add("sites", "All sites, a line for each. With --pages, as pages above those of the sites.");
     add("check", "Say what is wrong, and end as monitoring programs expect it.");
-    add("silent", "Days without a request, for a warning and for more.", "two", "2,7");
-    add("errors", "Server errors, in percent of a day's requests.", "two", "5,25");
-    add("factor", "How many times fewer or more requests than usual.", "two", "10,100");
-    add("nights", "Nights that failed one after the other.", "two", "1,3");
+    add("silent", "Days without a request, for a warning and for more.", "two",
+        both(limits.silentDays));
+    add("errors", "Server errors, in percent of a day's requests.", "two",
+        both(limits.errorShare, 100));
+    add("factor", "How many times fewer or more requests than usual.", "two", both(limits.factor));
+    add("nights", "Nights that failed one after the other.", "two", both(limits.nights));
     parser.addPositionalArgument(QStringLiteral("host"),
         QStringLiteral("The site; may be left out when there is only one."),
         QStringLiteral("[HOST]"));

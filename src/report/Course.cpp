@@ -120,7 +120,7 @@ Chart course(const Period &period, int most, const List &numbers, const DayValue
             average.add(valuesOf(day));
         chart.ticks += tick(bin, list.rows.size(), step, period.days());
         list.rows
-            += Row { bin.first.toString(Qt::ISODate), label(bin, step), {}, average.values() };
+            += ListRow { bin.first.toString(Qt::ISODate), label(bin, step), {}, average.values() };
     }
     list.total = list.rows.size();
     return chart;
@@ -143,7 +143,7 @@ Chart weekdays(const Period &period, const List &numbers, const DayValues &value
         averages[day.dayOfWeek() - 1].add(valuesOf(day));
     for (int i = 0; i < 7; ++i) {
         const QString name = QLocale::c().dayName(i + 1);
-        chart.numbers.rows += Row { name, {}, {}, averages[i].values() };
+        chart.numbers.rows += ListRow { name, {}, {}, averages[i].values() };
         chart.ticks += QLocale::c().dayName(i + 1, QLocale::ShortFormat);
     }
     chart.numbers.total = 7;

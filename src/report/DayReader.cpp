@@ -47,7 +47,7 @@ Chart readHours(Task &task)
     while (hours.next()) {
         const QString hour = hours.text("hour");
         const double views = hours.number("people_views");
-        chart.numbers.rows += Row { hour, hour + QLatin1String(":00"), {},
+        chart.numbers.rows += ListRow { hour, hour + QLatin1String(":00"), {},
             { views, hours.number("all_views") - views, hours.number("people") } };
         chart.ticks += hour.toInt() % 3 == 0 ? hour : QString();
     }

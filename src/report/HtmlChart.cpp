@@ -44,13 +44,6 @@ QString scaleLabel(double value, double top)
     return top < 1e7 ? grouped(value / 1e3) + u'k' : grouped(value / 1e6) + u'M';
 }
 
-/// Of a bar: its lower and its whole height, as values.
-std::pair<double, double> heights(const Chart &chart, const Row &row)
-{
-    const double dark = row.values.value(0).value_or(0);
-    return { dark, dark + (chart.stacked ? row.values.value(1).value_or(0) : 0) };
-}
-
 void writeLegend(Html &html)
 {
     const Element legend(html, "ul", { { "class", QStringLiteral("legend") } });
@@ -81,7 +74,7 @@ void writeScale(Html &html, double top, double step)
     }
 }
 
-QString tooltip(const List &numbers, const Row &row)
+QString tooltip(const List &numbers, const ListRow &row)
 {
     QStringList parts;
     for (qsizetype i = 0; i < row.values.size(); ++i)
@@ -101,11 +94,11 @@ void writeBar(Html &html, const char *kind, double x, double slot, double from, 
 
 void writeBars(Html &html, const Chart &chart, double top)
 {
-    const QList<Row> &rows = chart.numbers.rows;
+    const QList<ListRow> &rows = chart.numbers.rows;
     const double slot = 100.0 / double(rows.size());
     for (qsizetype i = 0; i < rows.size(); ++i) {
         const double x = slot * double(i);
-        const auto [dark, all] = heights(chart, rows[i]);
+        const auto [dark, all] = chart.heights(rows[i]);
         const Element group(html, "g");
         html.leaf("title", tooltip(chart.numbers, rows[i]));
         html.leaf("rect", {},
@@ -149,7 +142,7 @@ void writeNumbers(Html &html, const List &numbers)
         const Element element(html, "table", { { "class", QStringLiteral("plain") } });
         html.tableHead(numbers.heads());
         const Element body(html, "tbody");
-        for (const Row &row : numbers.rows) {
+        for (const ListRow &row : numbers.rows) {
             const Element line(html, "tr");
             html.leaf("th", row.shown(), { { "scope", QStringLiteral("row") } });
             for (qsizetype i = 0; i < numbers.columns.size(); ++i)
@@ -174,13 +167,13 @@ bool isWorthDrawing(const Chart &chart)
 
 void writeChart(Html &html, const Chart &chart)
 {
-    const QList<Row> &rows = chart.numbers.rows;
+    const QList<ListRow> &rows = chart.numbers.rows;
     double most = 1;
-    const Row *best = nullptr;
-    for (const Row &row : rows) {
-        const auto [dark, all] = heights(chart, row);
+    const ListRow *best = nullptr;
+    for (const ListRow &row : rows) {
+        const auto [dark, all] = chart.heights(row);
         most = std::max(most, all);
-        if (!best || dark > heights(chart, *best).first)
+        if (!best || dark > chart.heights(*best).first)
             best = &row;
     }
     const double step = stepFor(most);

@@ -11,7 +11,7 @@ namespace {
 constexpr qsizetype kMostUnbroken = 6; ///< rows that stay together on paper
 
 /// The first cell: what the row is about, with a bar that is long by \a share.
-void writeKey(Html &html, const List &list, const Row &row, double share, const QString &site)
+void writeKey(Html &html, const List &list, const ListRow &row, double share, const QString &site)
 {
     const Element cell(html, "th", { { "scope", QStringLiteral("row") } });
     if (row.name.isEmpty())
@@ -39,10 +39,10 @@ void writeTable(Html &html, const List &list, const QString &site)
     const Element table(html, "table", { { "aria-labelledby", list.id } });
     html.tableHead(list.heads());
     double most = 0;
-    for (const Row &row : list.rows)
+    for (const ListRow &row : list.rows)
         most = std::max(most, row.values[0].value_or(0));
     const Element body(html, "tbody");
-    for (const Row &row : list.rows) {
+    for (const ListRow &row : list.rows) {
         const Element line(html, "tr");
         writeKey(html, list, row, most > 0 ? row.values[0].value_or(0) / most : 0, site);
         for (qsizetype i = 0; i < list.columns.size(); ++i) {

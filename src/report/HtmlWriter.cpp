@@ -202,7 +202,7 @@ void writeFoot(Html &html, const Report &report)
             : QStringLiteral("The lists of pages, sources, visits and visitors show people."));
     for (const List &list : pick(report.lists, { ListId::Countries })) {
         if (std::any_of(list.rows.begin(), list.rows.end(),
-                [](const Row &row) { return !row.key.isEmpty(); }))
+                [](const ListRow &row) { return !row.key.isEmpty(); }))
             html.leaf("p", QStringLiteral("Countries: IP data by DB-IP, CC BY 4.0."));
     }
 }

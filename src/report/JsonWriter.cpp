@@ -44,7 +44,7 @@ QJsonObject json(const PeopleBy &people)
         { QStringLiteral("referrer"), json(Value(people.referrer)) } };
 }
 
-QJsonObject json(const List &list, const Row &row)
+QJsonObject json(const List &list, const ListRow &row)
 {
     QJsonObject object { { list.key.id, row.key } };
     if (!list.detailId.isEmpty())
@@ -59,7 +59,7 @@ QJsonObject json(const List &list, const Row &row)
 QJsonArray rows(const List &list)
 {
     QJsonArray array;
-    for (const Row &row : list.rows)
+    for (const ListRow &row : list.rows)
         array += json(list, row);
     return array;
 }

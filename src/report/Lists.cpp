@@ -102,9 +102,9 @@ QString nameOf(ListId list, const QString &key)
     }
 }
 
-Row rowOf(ListId id, const List &list, const Line &line)
+ListRow rowOf(ListId id, const List &list, const Line &line)
 {
-    Row row { line.key, nameOf(id, line.key), line.detail, {}, line.before };
+    ListRow row { line.key, nameOf(id, line.key), line.detail, {}, line.before };
     if (id == ListId::Sources) { // kind, tab, name
         row.detail = line.key.section(u'\t', 0, 0);
         row.key = line.key.section(u'\t', 1);

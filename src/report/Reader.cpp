@@ -61,7 +61,7 @@ std::optional<Report> readReport(
     }
     if (!report.compared) {
         for (List &list : report.lists) {
-            for (Row &row : list.rows)
+            for (ListRow &row : list.rows)
                 row.before.reset();
         }
     }

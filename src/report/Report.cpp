@@ -1,8 +1,11 @@
 #include "report/Report.h"
 
+#include "common/HostName.h"
 #include "common/Text.h"
 
 #include <QLocale>
+#include <QRegularExpression>
+#include <QUrl>
 
 namespace vesk::report {
 
@@ -12,6 +15,12 @@ QStringList List::heads() const
     for (const Column &column : columns)
         heads += column.head;
     return heads;
+}
+
+std::pair<double, double> Chart::heights(const ListRow &row) const
+{
+    const double dark = row.values.value(0).value_or(0);
+    return { dark, dark + (stacked ? row.values.value(1).value_or(0) : 0) };
 }
 
 QList<List> pick(const QMap<ListId, List> &lists, std::initializer_list<ListId> ids)
@@ -37,12 +46,13 @@ QString hintOn(const List &list)
 
 QString shownLink(const QString &referrer, const QString &site)
 {
-    for (const char *start : { "https://", "http://", "https://www.", "http://www." }) {
-        const QString own = QLatin1String(start) + site + u'/';
-        if (referrer.startsWith(own, Qt::CaseInsensitive))
-            return referrer.mid(own.size() - 1);
-    }
-    return referrer;
+    static const QRegularExpression form(QStringLiteral("^https?://([^/]*)(/.*)$"),
+        QRegularExpression::CaseInsensitiveOption | QRegularExpression::DotMatchesEverythingOption);
+    const auto link = form.match(referrer);
+    const QString host = comparableHost(link.captured(1));
+    const QString own = comparableHost(site);
+    const bool isOwn = link.hasMatch() && (host == own || host == QLatin1String("www.") + own);
+    return isOwn ? QUrl::fromPercentEncoding(link.captured(2).toUtf8()) : referrer;
 }
 
 QString peopleLine(const PeopleBy &people)
@@ -51,10 +61,9 @@ QString peopleLine(const PeopleBy &people)
         .arg(grouped(people.styleSheet), grouped(people.beacon), grouped(people.referrer));
 }
 
-QString siteTitle(const Report &report)
+QString siteTitle(const QString &host, const QString &name)
 {
-    const bool isNamed = !report.siteName.isEmpty() && report.siteName != report.host;
-    return isNamed ? report.host + QStringLiteral(" · ") + report.siteName : report.host;
+    return name.isEmpty() || name == host ? host : host + QStringLiteral(" · ") + name;
 }
 
 QString periodTitle(const Report &report)

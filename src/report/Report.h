@@ -47,7 +47,7 @@ struct Column
     Unit unit = Unit::Count;
 };
 
-struct Row
+struct ListRow
 {
     QString key; ///< a path, a code, a name
     QString name; ///< how it is shown when that is not the key
@@ -66,7 +66,7 @@ struct List
     Column key {}; ///< of the rows' keys; its unit means nothing
     QString detailId {}; ///< the name of details in JSON; empty when there are none
     QList<Column> columns {};
-    QList<Row> rows {};
+    QList<ListRow> rows {};
     qint64 total = 0; ///< how many rows there are
     qint64 summedUp = 0; ///< those of them of which only the sum is kept
     QString note {};
@@ -82,6 +82,9 @@ struct Chart
     List numbers; ///< rows without values are gaps
     bool stacked = true;
     QStringList ticks {}; ///< below the bars; empty where there is none
+
+    /// Of a bar: the height of its lower part, and of all of it.
+    std::pair<double, double> heights(const ListRow &row) const;
 };
 
 /// What days had, for a chart with as many bars as a medium has room for.
@@ -153,17 +156,21 @@ struct Report
 /// Those of \a lists that are there, in the order of \a ids.
 QList<List> pick(const QMap<ListId, List> &lists, std::initializer_list<ListId> ids);
 
+<<<<<<< HEAD
 /// Which of the rows that \a list leaves out can be had, and which cannot: " (--rows all)".
 QString hintOn(const List &list);
 
 /// A referrer as it is shown: a page of the site itself by its path.
+=======
+/// A referrer as it is shown: a page of the site itself by its path, decoded as paths are.
+>>>>>>> cd371e9 (Say in the help what the limits are, and show own links as paths are shown)
 QString shownLink(const QString &referrer, const QString &site);
 
 /// "People by a style sheet 12, by a beacon 3, by a referrer alone 4."
 QString peopleLine(const PeopleBy &people);
 
 /// "example.org · Garden notes"
-QString siteTitle(const Report &report);
+QString siteTitle(const QString &host, const QString &name);
 
 /// "Monday, 2 March 2026", "1 to 3 March 2026 (3 days)"
 QString periodTitle(const Report &report);

@@ -103,7 +103,7 @@ void writeTable(Html &html, const Overview &overview)
     writeFigures(html, overview.total);
 }
 
-void writePages(Html &html, const QList<OtherPage> &pages)
+void writePeriods(Html &html, const QList<OtherPage> &pages)
 {
     if (pages.isEmpty())
         return;
@@ -129,7 +129,7 @@ QByteArray toHtml(const Overview &overview)
         html.leaf("p", periodName(overview.period), { { "class", QStringLiteral("period") } });
         html.paragraph(overview.notes.join(u' '), "soft");
     }
-    writePages(html, overview.pages);
+    writePeriods(html, overview.pages);
     {
         const Element main(html, "main");
         writeFindings(html, overview.sites);

@@ -9,39 +9,39 @@ namespace vesk::report {
 namespace {
 
 /// What the ledger of the nightly imports has, by the id of the site.
-struct Ledger
+struct NightRecords
 {
     bool known = true;
     QHash<int, Night> nights;
     QHash<int, QList<QDate>> waiting;
 };
 
-std::optional<Ledger> readLedger()
+std::optional<NightRecords> readNightRecords()
 {
-    Ledger ledger;
+    NightRecords records;
     QStringList readable;
     Statement tables(statementText("nightly_tables.sql"), {});
     while (tables.next()) {
         if (tables.value("may_read").toBool())
             readable += tables.text("name");
         else
-            ledger.known = false;
+            records.known = false;
     }
     bool failed = tables.failed();
     if (readable.contains(QLatin1String("runs"))) {
         Statement runs(statementText("runs.sql"), {});
         while (runs.next())
-            ledger.nights[runs.value("site_id").toInt()]
+            records.nights[runs.value("site_id").toInt()]
                 = { runs.day("day"), runs.day("failing_since"), runs.text("complaint") };
         failed |= runs.failed();
     }
     if (readable.contains(QLatin1String("days"))) {
         Statement days(statementText("waiting.sql"), {});
         while (days.next())
-            ledger.waiting[days.value("site_id").toInt()] += days.day("day");
+            records.waiting[days.value("site_id").toInt()] += days.day("day");
         failed |= days.failed();
     }
-    return failed ? std::nullopt : std::optional(ledger);
+    return failed ? std::nullopt : std::optional(records);
 }
 
 /// What the single requests of a day tell.
@@ -94,12 +94,12 @@ std::optional<Traffic> readTraffic(Task &task, const Period &period)
     return sum;
 }
 
-std::optional<Facts> readSiteFacts(const ReportedSite &site, const Ledger &ledger)
+std::optional<Facts> readSiteFacts(const ReportedSite &site, const NightRecords &records)
 {
     Facts facts { site.calendar.today, site.added, site.newest, site.calendar.lastComplete, {}, {},
-        ledger.known, {}, ledger.waiting.value(site.id) };
-    if (ledger.nights.contains(site.id))
-        facts.night = ledger.nights[site.id];
+        records.known, {}, records.waiting.value(site.id) };
+    if (records.nights.contains(site.id))
+        facts.night = records.nights[site.id];
     if (site.newest.isNull())
         return facts;
     const Options options;
@@ -149,11 +149,11 @@ std::optional<SiteLine> readLine(
 
 std::optional<QList<KnownSite>> readFacts(const QList<Site> &sites)
 {
-    const auto ledger = readLedger();
+    const auto records = readNightRecords();
     QList<KnownSite> known;
     for (const Site &site : sites) {
-        const auto calendar = ledger ? readCalendar(site) : std::nullopt;
-        const auto facts = calendar ? readSiteFacts(*calendar, *ledger) : std::nullopt;
+        const auto calendar = records ? readCalendar(site) : std::nullopt;
+        const auto facts = calendar ? readSiteFacts(*calendar, *records) : std::nullopt;
         if (!facts)
             return {};
         known += KnownSite { *calendar, *facts };

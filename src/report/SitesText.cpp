@@ -1,4 +1,5 @@
 #include "common/Text.h"
+#include "report/Report.h"
 #include "report/Sites.h"
 #include "report/TextGrid.h"
 
@@ -20,11 +21,8 @@ QString headOf(const SiteLine &site)
 {
     const QString newest = site.newest.isValid() ? QLatin1String("up to ") + dayName(site.newest)
                                                  : QStringLiteral("no requests yet");
-    const QString name = site.name.isEmpty() || site.name == site.host
-        ? site.host
-        : site.host + QStringLiteral(" · ") + site.name;
     const int room = kTextColumns - columnsOf(newest) - 1;
-    return left(fit(name, room), room + 1) + newest;
+    return left(fit(siteTitle(site.host, site.name), room), room + 1) + newest;
 }
 
 } // namespace

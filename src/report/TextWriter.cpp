@@ -41,7 +41,7 @@ private:
 void TextWriter::head()
 {
     line({});
-    line(fit(siteTitle(m_report), kTextColumns));
+    line(fit(siteTitle(m_report.host, m_report.siteName), kTextColumns));
     line(periodTitle(m_report));
     for (const QString &note : m_report.notes)
         line(note);
@@ -103,23 +103,20 @@ void TextWriter::chart(const Chart &chart)
     for (const Column &column : numbers.columns)
         grid.addColumn(column.head.toLower());
     double most = 0;
-    for (const Row &row : numbers.rows) {
+    for (const ListRow &row : numbers.rows) {
         QStringList cells;
         for (qsizetype i = 0; i < numbers.columns.size(); ++i)
             cells += show(row.values.value(i), numbers.columns[i].unit);
         grid.add(cells);
-        most = std::max(most,
-            row.values.value(0).value_or(0)
-                + (chart.stacked ? row.values.value(1).value_or(0) : 0));
+        most = std::max(most, chart.heights(row).second);
     }
     title(numbers.title);
     const QString heads = QString(kLabel, u' ') + grid.heads();
     line(heads);
     const int room = kTextColumns - 2 - columnsOf(heads);
     for (qsizetype i = 0; i < numbers.rows.size(); ++i) {
-        const Row &row = numbers.rows[i];
-        const double dark = row.values.value(0).value_or(0);
-        const double all = dark + (chart.stacked ? row.values.value(1).value_or(0) : 0);
+        const ListRow &row = numbers.rows[i];
+        const auto [dark, all] = chart.heights(row);
         const int blocks = most > 0 ? qRound(room * dark / most) : 0;
         const int allBlocks = most > 0 ? qRound(room * all / most) : 0;
         line(right(row.shown(), kLabel) + grid.row(i) + QLatin1String("  ")
@@ -131,8 +128,8 @@ void TextWriter::list(const List &list)
 {
     if (list.rows.isEmpty())
         return;
-    const bool isCompared = std::any_of(
-        list.rows.begin(), list.rows.end(), [](const Row &row) { return row.before.has_value(); });
+    const bool isCompared = std::any_of(list.rows.begin(), list.rows.end(),
+        [](const ListRow &row) { return row.before.has_value(); });
     Grid grid;
     int detailWidth = 0;
     for (qsizetype i = 0; i < list.columns.size(); ++i) {
@@ -140,7 +137,7 @@ void TextWriter::list(const List &list)
         if (i == 0 && isCompared)
             grid.addColumn(QStringLiteral("change"));
     }
-    for (const Row &row : list.rows) {
+    for (const ListRow &row : list.rows) {
         QStringList cells;
         for (qsizetype i = 0; i < list.columns.size(); ++i) {
             cells += show(row.values.value(i), list.columns[i].unit);
@@ -156,7 +153,7 @@ void TextWriter::list(const List &list)
     line(heads);
     const int room = kTextColumns - 2 - columnsOf(heads);
     for (qsizetype i = 0; i < list.rows.size(); ++i) {
-        const Row &row = list.rows[i];
+        const ListRow &row = list.rows[i];
         const QString detail
             = detailWidth > 0 ? left(fit(row.detail, detailWidth - 1), detailWidth) : QString();
         line(grid.row(i) + QLatin1String("  ") + detail + fit(row.shown(), room - detailWidth));

@@ -13,11 +13,6 @@ struct TimeSpan
 {
     qint64 first = 0;
     qint64 last = 0;
-
-    bool overlaps(const TimeSpan &other) const
-    {
-        return first <= other.last && other.first <= last;
-    }
 };
 
 /// The time of an entry in any of the formats, in seconds since 1970; nothing when \a line is none.

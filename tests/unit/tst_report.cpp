@@ -24,7 +24,7 @@ const List kNumbers { "id", "Days", {}, {}, { { "day", "Day" } } };
 QString shown(const Chart &chart)
 {
     QStringList bars;
-    for (const Row &bar : chart.numbers.rows)
+    for (const ListRow &bar : chart.numbers.rows)
         bars += bar.shown() + ' ' + show(bar.values.value(0), chart.numbers.columns[0].unit);
     return bars.join(", ");
 }
@@ -76,6 +76,14 @@ private slots:
         QCOMPARE(daysName(days), "2 March 2026, 4 to 5 March 2026 and 11 March 2026");
         QCOMPARE(daysName(days << last.addDays(20) << last.addDays(22)).section(", ", 1),
             "4 to 5 March 2026, 11 March 2026 and 2 more");
+    }
+
+    void links()
+    {
+        QCOMPARE(shownLink("http://www.Bücher.de/%C3%BC?q", "xn--bcher-kva.de"), "/ü?q");
+        for (const char *other :
+            { "https://example.org.de/", "example.org/", "ftp://example.org/" })
+            QCOMPARE(shownLink(other, "example.org"), other);
     }
 
     void figures_data()

@@ -91,6 +91,7 @@ private slots:
         row("errors 50", "1 errors");
         row("errors 249", "1 errors");
         row("errors 250", "2 errors");
+        row("yesterday 400, errors 100", "2 errors"); // a part of that day's
         row("each 40, errors 9", "");
         row("each 40, errors 10", "2 errors");
         row("yesterday 101", "");

@@ -274,10 +274,9 @@ private slots:
         constexpr qint64 kTen = 1772532000; // 10:00
         const auto span = timeSpan(linesOf("noise\n" + a + QByteArray("\n\nnoise").repeated(9)));
         const auto other = timeSpan(linesOf(log("b2@09:06:00~-0100; b1@12:00:00~+0200;")));
-        QVERIFY(span && other && other->overlaps(*span));
+        QVERIFY(span && other);
         QCOMPARE(QList({ span->first, span->last, other->first, other->last }),
             QList<qint64>({ kTen, kTen + 540, kTen, kTen + 360 }));
-        QVERIFY(!TimeSpan({ kTen + 541, kTen + 600 }).overlaps(*span));
         QVERIFY(!timeSpan(linesOf("\nnoise\n")));
     }
 };
