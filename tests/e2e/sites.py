@@ -98,13 +98,15 @@ def check_figures(reports, scope):
     for site in overview["sites"]:
         report = reports.json(site["site"], period)
         wanted = {name: report["totals"][name][scope] for name in LISTED[:3]}
-        wanted |= {name: report["requests"][name]["value"] for name in ("requests",)}
+        wanted["requests"] = report["requests"]["requests"]["value"]
         bots = report["requests"]["bot_requests"]["value"]
         wanted |= {"bot_share": bots / wanted["requests"], "bots": bots}
         wanted["bytes"] = report["server"]["totals"]["bytes"]["value"]
         statuses = report["server"]["lists"]["statuses"]["rows"]
         wanted["errors"] = sum(row["requests"] for row in statuses if row["status"] == "500")
         assert all(site[name] == wanted[name] for name in LISTED), (site, wanted)
+        before = report["totals"]["visitors"][scope + "_before"]
+        assert (site["name"], site["visitors_before"]) == ("<b>Name</b>", before), site
         sums = {name: sums[name] + wanted[name] for name in sums}
     sums["bot_share"] = sums["bots"] / sums["requests"]
     rows = [*overview["sites"], overview["totals"]]
