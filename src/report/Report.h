@@ -156,14 +156,10 @@ struct Report
 /// Those of \a lists that are there, in the order of \a ids.
 QList<List> pick(const QMap<ListId, List> &lists, std::initializer_list<ListId> ids);
 
-<<<<<<< HEAD
 /// Which of the rows that \a list leaves out can be had, and which cannot: " (--rows all)".
 QString hintOn(const List &list);
 
-/// A referrer as it is shown: a page of the site itself by its path.
-=======
 /// A referrer as it is shown: a page of the site itself by its path, decoded as paths are.
->>>>>>> cd371e9 (Say in the help what the limits are, and show own links as paths are shown)
 QString shownLink(const QString &referrer, const QString &site);
 
 /// "People by a style sheet 12, by a beacon 3, by a referrer alone 4."

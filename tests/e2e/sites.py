@@ -68,12 +68,8 @@ def check_check(reports):
     night(reports, "bücher.example", "a|b\n", status=1)
     since = reports.sql("SELECT failing_since FROM vesk_nightly.runs WHERE failing_since < at")
     refused = "^WARNING bücher.example: the import of .* failed: .*not one line is .*: a/b$"
-<<<<<<< HEAD
-    reports.sql("UPDATE vesk.hits SET status = 503 WHERE site_id = 2")
-    reports.sql("TRUNCATE vesk_nightly.figures")  # the next night makes up those of its site
-=======
     reports.sql("UPDATE vesk.hits SET status = CASE site_id WHEN 2 THEN 500 ELSE 499 END")
->>>>>>> cd371e9 (Say in the help what the limits are, and show own links as paths are shown)
+    reports.sql("TRUNCATE vesk_nightly.figures")  # the next night makes up those of its site
     busy = "^CRITICAL busy.example: 40 of 40 requests on .* were server errors$"
     expect(reports, 2, busy, refused, silent)
     night(reports, "bücher.example", "a|b\n", status=1)
@@ -153,6 +149,10 @@ def check_pages(reports):
     assert {path.name for path in folder.glob("*.example")} == {*SITES, old} - {"silent.example"}
     pages = {path.name: path.read_text() for path in folder.glob("*.html")}
     assert len(pages) == 3, pages.keys()
+    for name, period in (("index", ()), ("last-7-days", ("week",)), ("last-30-days", ("month",))):
+        title, *notes = reports.text("--sites", *period).strip().split("\n\n")[0].split("\n")
+        shown = [f">{text}<" for text in (title.removeprefix("All sites, "), " ".join(notes))]
+        assert all(text in pages[name + ".html"] for text in shown), (name, shown)
     for links in (re.findall('href="(.*?)"', page) for page in pages.values()):
         assert len(links) == 8, links  # three sites, each where it is wrong, two pages
         for link in map(urllib.parse.unquote, links):
