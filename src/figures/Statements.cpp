@@ -42,6 +42,13 @@ QString madeOn(const QList<QDate> &days)
     return ranges.isEmpty() ? QStringLiteral("false") : ranges.join(QLatin1String(" OR "));
 }
 
+/// The day of a request made on \a days. Of one it is not worked out for each request.
+QString dayOf(const QList<QDate> &days)
+{
+    return days.size() == 1 ? QStringLiteral("date '%1'").arg(days[0].toString(Qt::ISODate))
+                            : QStringLiteral("at::date");
+}
+
 } // namespace
 
 QString statementText(const char *name)
@@ -64,8 +71,10 @@ QString requestRelations(const QList<QDate> &days)
     if (const auto rule = count.match(rollup); rule.hasMatch())
         sql.replace(QLatin1String("{sweep}"), rule.captured(1));
     static const QRegularExpression open(QStringLiteral(R"(\{(probe|asset|sweep)\})"));
-    if (!sql.contains(open))
-        return sql.replace(QLatin1String("{when}"), madeOn(days));
+    if (!sql.contains(open)) {
+        sql.replace(QLatin1String("{when}"), madeOn(days));
+        return sql.replace(QLatin1String("{day}"), dayOf(days));
+    }
     qCritical("the rules of the roll-up cannot be found in its script");
     return {};
 }

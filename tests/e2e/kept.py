@@ -62,7 +62,10 @@ class Kept(Nights):
         self.night("^no new logs of example.org\nmade up the figures of 2 days\n$")
         self.night("^no new logs of example.org\n$")
         self.import_by_hand(lines("/b", day=11))
+        self.sql("UPDATE vesk_nightly.figures SET list = 'error' WHERE list = 'type'")
         self.night("made up the figures of 1 days")
+        errors = "SELECT string_agg(day::text, '') FROM vesk_nightly.figures WHERE list = 'error'"
+        self.assertEqual(self.sql(errors), "2026-03-13")
         self.sql(
             "DELETE FROM vesk.hits WHERE id = (SELECT min(id) FROM vesk.hits WHERE path = '/b')"
         )
@@ -131,10 +134,15 @@ class Kept(Nights):
         for each in asked:
             self.assertTrue(wanted[each]["server"]["complete"])
             self.expect_same(self.report(*each), wanted[each])
+        missing = wanted[asked[3]]["server"]["lists"]["missing_files"]["rows"]
+        links = {row["path"]: row["referrer"] for row in missing}
+        self.assertEqual((links["/lost"][8], links["/gone"][8]), ("a", "b"))
+        asked_all = ("2026-03-02", "--addresses")  # which figures have not
+        self.expect_same(self.report(*asked_all), self.report(*asked_all, role="single"))
         self.sql("DELETE FROM vesk.hits WHERE at < '2026-03-05 15:00Z'")
         for each in asked:
             self.expect_same(self.report(*each), wanted[each])
-        found = self.report("2026-03-02", "--addresses")["server"]
+        found = self.report(*asked_all)["server"]
         self.assertIn("Requests of 1 day have been deleted, and their addresses", found["note"])
         self.assertTrue(found["complete"])
         self.sql("REVOKE SELECT ON vesk.hits FROM kept")

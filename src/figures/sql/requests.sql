@@ -1,9 +1,9 @@
 -- What the single requests tell, as the relations of a statement; the last one, line, has all of it but
--- durations. What stands in braces are the rules of vesk.rollup_day, taken from its script, and the
--- condition that says which requests. Scanners, crawlers, people and unverified browsers are told apart,
+-- durations. What stands in braces are the rules of vesk.rollup_day, taken from its script, which
+-- requests these are, and their day. Scanners, crawlers, people and unverified browsers are told apart,
 -- and visits begin and end, as there.
 hit AS NOT MATERIALIZED (
-    SELECT at::date AS day, method <> 'BEACON' AS is_request, *
+    SELECT {day} AS day, method <> 'BEACON' AS is_request, *
     FROM vesk.hits
     WHERE site_id = :site AND ({when})
 ), file AS MATERIALIZED (
@@ -47,19 +47,19 @@ hit AS NOT MATERIALIZED (
     FROM act LEFT JOIN sweeper USING (day, visitor)
 ), visit AS MATERIALIZED (
     -- Should a person and an unverified browser share a visit number, scope "all" has one visit of both.
-    SELECT DISTINCT ON (scope, day, session_id)
+    SELECT DISTINCT ON (day, session_id, scope)
            scope, path AS entry, last_value(path) OVER visit AS exit, count(*) OVER visit AS views,
            extract(epoch FROM max(at) OVER visit - at) AS seconds,
            CASE source_kind WHEN 'campaign' THEN search_terms END AS campaign
     FROM hit
         JOIN visitor USING (day, visitor)
-        JOIN (VALUES ('people', 'people'), ('all', 'people'), ('all', 'unverified')) AS s (scope, kind)
-            USING (kind)
+        JOIN (VALUES ('people' COLLATE "C", 'people'), ('all', 'people'), ('all', 'unverified'))
+            AS s (scope, kind) USING (kind)
     WHERE is_page AND method = 'GET' AND status BETWEEN 200 AND 299
           AND scope = ANY (CAST(:scopes AS text[]))
-    WINDOW visit AS (PARTITION BY scope, day, session_id ORDER BY at, id
+    WINDOW visit AS (PARTITION BY day, session_id, scope ORDER BY at, id
                      ROWS BETWEEN UNBOUNDED PRECEDING AND UNBOUNDED FOLLOWING)
-    ORDER BY scope, day, session_id, at, id
+    ORDER BY day, session_id, scope, at, id
 ), line (list, scope, key, detail, v1, v2, v3) AS (
     SELECT 'day', '', day::text, '', sum(requests), sum(bytes), NULL::bigint
     FROM visitor GROUP BY day
