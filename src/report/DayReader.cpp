@@ -42,7 +42,7 @@ Chart readHours(Task &task)
     Chart chart;
     chart.numbers = { QStringLiteral("hours"), QStringLiteral("Page views by hour"),
         { QStringLiteral("hour"), QStringLiteral("Hour") } };
-    chart.numbers.columns = columnsOf("pageviews unverified visitors");
+    chart.numbers.columns = namedColumns("pageviews unverified visitors");
     Statement hours(statementText("hours.sql"), task.bindings);
     while (hours.next()) {
         const QString hour = hours.text("hour");
@@ -128,7 +128,7 @@ void judgePeriods(const Task &task, const Totals &now, const Totals &before, Rep
 DaySeries visitorsByDay(const Task &task)
 {
     DaySeries series { { QStringLiteral("course"), QStringLiteral("Visitors") } };
-    series.numbers.columns = columnsOf("visitors unverified visits pageviews");
+    series.numbers.columns = namedColumns("visitors unverified visits pageviews");
     series.period = task.period;
     if (task.period.days() == 1) { // the trend begins with the first day of which there is a report
         series.period.first = std::min(series.period.first,

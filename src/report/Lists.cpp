@@ -148,7 +148,7 @@ constexpr struct
 };
 
 /// A list: the name of its lines in the statements, its name in JSON, its title, its key, and the
-/// figures as in columnsOf().
+/// figures as in namedColumns().
 constexpr struct
 {
     ListId id;
@@ -216,7 +216,7 @@ List emptyList(ListId id)
         if (layout.id == id)
             list = { latin(layout.name), latin(layout.title),
                 { latin(layout.key), latin(layout.head) }, latin(layout.detail),
-                columnsOf(layout.columns), {}, 0, 0, latin(layout.note),
+                namedColumns(layout.columns), {}, 0, 0, latin(layout.note),
                 id == ListId::MissingFiles };
     }
     return list;
@@ -224,7 +224,7 @@ List emptyList(ListId id)
 
 } // namespace
 
-QList<Column> columnsOf(const char *ids)
+QList<Column> namedColumns(const char *ids)
 {
     QList<Column> columns;
     for (const QString &id : QString::fromLatin1(ids).split(u' ')) {

@@ -22,7 +22,7 @@ struct Line
 using Lines = QHash<ListId, QList<Line>>;
 
 /// The columns with these names in JSON, which blanks divide.
-QList<Column> columnsOf(const char *ids);
+QList<Column> namedColumns(const char *ids);
 
 /// The list for which the statements have lines under \a name. Nothing when there is none.
 std::optional<ListId> listOf(const QString &name);

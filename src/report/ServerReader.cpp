@@ -148,7 +148,7 @@ Server readServer(Task &task, Lines &lines)
         readLines(task, origin, lines);
     server.days = { { QStringLiteral("days"), QStringLiteral("Requests") }, task.period,
         trafficOf(lines), false };
-    server.days.numbers.columns = columnsOf("requests bytes");
+    server.days.numbers.columns = namedColumns("requests bytes");
     judge(task, origin, server);
     server.lists = filled(lines,
         { ListId::StatusClasses, ListId::Statuses, ListId::Clients, ListId::FileTypes,
