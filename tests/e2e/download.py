@@ -3,7 +3,7 @@
 
 usage: download.py VESK-ADMIN, under scripts/with-postgres. Runs in mount and network namespaces of
 its own, where the server's name and the system's certificates are the test's; exits with 77 where
-namespaces are not allowed.
+namespaces are not allowed, or the database cannot be reached from them.
 """
 
 import contextlib
@@ -22,7 +22,7 @@ SKIPPED = 77
 
 def enter_namespaces():
     """Goes on in namespaces where the loopback device and mounts can be changed."""
-    probe = "ip link set lo up && mount -t tmpfs none /mnt && ls /etc/hosts /etc/ssl/certs"
+    probe = "ip link set lo up && mount -t tmpfs none /mnt && ls /etc/hosts /etc/ssl/certs $PGHOST"
     for options in ([], ["--map-root-user"]):
         unshare = ["unshare", "--mount", "--net", *options]
         if subprocess.run([*unshare, "sh", "-c", probe], capture_output=True).returncode == 0:
