@@ -6,6 +6,7 @@
 #include "common/Text.h"
 #include "nightly/Complaints.h"
 #include "nightly/OldMarks.h"
+#include "nightly/Turn.h"
 
 #include <QFileInfo>
 
@@ -80,12 +81,7 @@ bool Import::runOn(const QStringList &paths)
 
 bool Import::begin()
 {
-    if (!m_ledger.tryLock()) {
-        printf("waiting for another run for %s\n", shown(m_ledger.site().host).constData());
-        if (!m_ledger.lock())
-            return false;
-    }
-    return m_ledger.create() && m_intake.init();
+    return takeTurn(m_ledger) && m_ledger.create() && m_intake.init();
 }
 
 /// Lists and opens the logs. False, after a message, when there is nothing to do for the task.

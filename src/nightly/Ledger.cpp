@@ -304,13 +304,15 @@ Ledger::RolledUp Ledger::rollUp(QDate day)
     db::Transaction transaction;
     if (!transaction.isOpen())
         return RolledUp::Failed;
-    auto q
-        = db::run(QStringLiteral(
-                      "SELECT r.n1 > (SELECT count(*) FROM vesk.hits h WHERE h.site_id = r.site_id"
-                      " AND h.at >= r.day::timestamptz AND h.at < (r.day + 1)::timestamptz"
-                      " AND h.method <> 'BEACON') FROM vesk.rollup r WHERE r.site_id = ?"
-                      " AND r.day = ? AND (r.scope, r.dim, r.key) = ('all', 'totals', 'requests')"),
-            { m_site.id, day });
+    auto q = db::run(
+        QStringLiteral(
+            "SELECT r.n1 > (SELECT count(*) FROM vesk.hits h WHERE h.site_id = r.site_id"
+            " AND h.at >= r.day::timestamptz AND h.at < (r.day + 1)::timestamptz"
+            " AND h.method <> 'BEACON') OR EXISTS (SELECT FROM vesk_nightly.deleted_days d"
+            " WHERE (d.site_id, d.day) = (r.site_id, r.day))"
+            " FROM vesk.rollup r WHERE r.site_id = ?"
+            " AND r.day = ? AND (r.scope, r.dim, r.key) = ('all', 'totals', 'requests')"),
+        { m_site.id, day });
     if (!q)
         return RolledUp::Failed;
     const bool isPart = q->next() && q->value(0).toBool();

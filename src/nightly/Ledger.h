@@ -87,7 +87,8 @@ public:
 
     enum class RolledUp { Done, Left, Failed };
     /// Rolls a day up, stores its figures and takes it off the list, all or nothing. A day of which
-    /// the report counts more requests than are stored is taken off the list and left as it is.
+    /// the report counts more requests than are stored, or whose requests were deleted by this
+    /// program, is taken off the list and left as it is.
     RolledUp rollUp(QDate day);
 
     /// The first days that have all requests of their report, but not the figures of these.

@@ -50,7 +50,7 @@ CREATE TABLE vesk_nightly.young (
 
 /// A row is a list of a day. Its lines are in the arrays, the line of number i in the elements i.
 /// The scope is people or all of lists of visits, and empty of others.
-constexpr auto kCurrent = R"(
+constexpr auto kThird = R"(
 CREATE TABLE vesk_nightly.figures (
     site_id integer NOT NULL REFERENCES vesk.sites (id) ON DELETE CASCADE,
     day date NOT NULL,
@@ -62,6 +62,12 @@ CREATE TABLE vesk_nightly.figures (
     n2 bigint[] NOT NULL,
     n3 bigint[] NOT NULL,
     PRIMARY KEY (site_id, day, list, scope));)";
+
+constexpr auto kCurrent = R"(
+CREATE TABLE vesk_nightly.deleted_days (
+    site_id integer NOT NULL REFERENCES vesk.sites (id) ON DELETE CASCADE,
+    day date NOT NULL,
+    PRIMARY KEY (site_id, day));)";
 
 bool runScript(const char *sql)
 {
@@ -81,12 +87,15 @@ std::optional<LedgerVersion> ledgerVersion()
     auto q = db::run(QStringLiteral(
         "SELECT coalesce(bool_or(relname = 'days'), false),"
         " coalesce(bool_or(relname = 'young'), false),"
-        " coalesce(bool_or(relname = 'figures'), false) FROM pg_catalog.pg_class c"
+        " coalesce(bool_or(relname = 'figures'), false),"
+        " coalesce(bool_or(relname = 'deleted_days'), false) FROM pg_catalog.pg_class c"
         " JOIN pg_catalog.pg_namespace n ON n.oid = relnamespace WHERE nspname = 'vesk_nightly'"));
     if (!q || !q->next())
         return {};
-    if (q->value(2).toBool())
+    if (q->value(3).toBool())
         return LedgerVersion::Current;
+    if (q->value(2).toBool())
+        return LedgerVersion::Third;
     if (q->value(1).toBool())
         return LedgerVersion::Second;
     return q->value(0).toBool() ? LedgerVersion::First : LedgerVersion::None;
@@ -110,7 +119,8 @@ bool createLedgerTables()
     version = ledgerVersion();
     return version && (version > LedgerVersion::None || runScript(kFirst))
         && (version > LedgerVersion::First || runScript(kSecond))
-        && (version > LedgerVersion::Second || runScript(kCurrent)) && transaction.commit();
+        && (version > LedgerVersion::Second || runScript(kThird))
+        && (version > LedgerVersion::Third || runScript(kCurrent)) && transaction.commit();
 }
 
 } // namespace vesk::nightly

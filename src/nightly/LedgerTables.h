@@ -9,6 +9,7 @@ enum class LedgerVersion {
     None,
     First, ///< without files, times and beginnings of contents
     Second, ///< without figures
+    Third, ///< without the days whose requests are deleted
     Current,
 };
 

@@ -4,6 +4,7 @@
 #include "common/Sites.h"
 #include "common/Text.h"
 #include "nightly/Import.h"
+#include "nightly/Retain.h"
 #include "nightly/RotatedLogs.h"
 #include "nightly/RunNote.h"
 #include "nightly/Translate.h"
@@ -110,6 +111,7 @@ constexpr Command kCommands[] = {
     { "import", import, 0, nullptr },
     { "mark", mark, std::numeric_limits<int>::max(), nullptr },
     { "list", list, 0, listSites },
+    { "retain", [](const Site &site, const QStringList &) { return retain(site); }, 0, nullptr },
 };
 
 bool execute(const Command &command, const QStringList &args)
@@ -135,7 +137,8 @@ int main(int argc, char **argv)
         QStringLiteral("The site whose lines translate takes."), QStringLiteral("host"));
     parser.addOption(host);
     parser.addPositionalArgument(QStringLiteral("command"),
-        QStringLiteral("import HOST | mark HOST [FILE...] | list [HOST] | translate [FILE...]"));
+        QStringLiteral(
+            "import HOST | mark HOST [FILE...] | list [HOST] | retain HOST | translate [FILE...]"));
     program.process();
     const QStringList args = parser.positionalArguments();
     if (args.value(0) == QLatin1String("translate"))

@@ -58,7 +58,7 @@ class Kept(Nights):
         self.write(".1", lines("/new", day=12))
         self.night("rolled up 1 days\nmade up the figures of 1 days\n$")
         self.assertEqual(self.sql(FIGURES), "12 13")
-        self.sql("DROP TABLE vesk_nightly.figures")  # the ledger of an earlier version
+        self.sql("DROP TABLE vesk_nightly.figures, vesk_nightly.deleted_days")  # an earlier ledger
         self.night("^no new logs of example.org\nmade up the figures of 2 days\n$")
         self.night("^no new logs of example.org\n$")
         self.import_by_hand(lines("/b", day=11))

@@ -30,6 +30,9 @@ CREATE TABLE vesk_nightly.days (site_id integer NOT NULL REFERENCES vesk.sites (
     ON DELETE CASCADE, day date NOT NULL, PRIMARY KEY (site_id, day))"""
 
 
+PARTITIONED = "VESK_TEST_PARTITION" in os.environ
+
+
 def checksum(text):
     return hashlib.sha256(text.encode()).hexdigest()
 
@@ -349,6 +352,43 @@ class Nightly(Nights):
         report = "SELECT n1 FROM vesk.rollup WHERE (scope, key) = ('all', 'requests') ORDER BY day"
         self.assertEqual(self.sql(report), "50\n1")
         self.expect("/late /today", "^no new")
+
+    def test_retention(self):
+        """Of days whose report and figures have all requests, one site without the other."""
+
+        def retain(border, paths, out="^", err=None, host="example.org"):
+            days = f"((now() AT TIME ZONE 'Asia/Tokyo')::date - date '2026-{border}')::text"
+            self.sql(f"UPDATE vesk.settings SET value = {days} WHERE key = 'raw_hit_days'")
+            self.expect(paths, out, err, "retain", host)
+
+        self.assertEqual(self.database.admin("add-site", "b.example", "B").returncode, 0)
+        self.write(".1", lines("/1", "/2"))
+        self.write(".2", lines("/3", day=11))
+        self.night("/1 /2 /3")
+        self.expect("/1 /2 /3 /1 /2 /3", host="b.example")
+        retain(
+            "03-11", "/1 /2 /3 /1 /2 /3", "^(dropped.*\n)*example.org has no.* before 2026-03-11\n$"
+        )
+        told = "^deleted 2 requests of 1 days, 2026-03-11 to 2026-03-11\n$"
+        retain("03-12", "/3 /1 /2 /3", told)
+        self.write(".3", lines("/4", "/5", "/6"))  # more than were deleted
+        self.expect("/3 /1 /2 /3 /4 /5 /6", err="^2026-03-11 keeps its report")
+        retain("04-02", "/3 /4 /5 /6", "^deleted 3 requests of 2 days", host="b.example")
+        self.sql("UPDATE vesk.rollup SET n1 = 0 WHERE (site_id, day) = (1, '2026-03-12')")
+        told = "^2026-03-12 keeps 1 requests: its report does not count all"
+        retain("04-02", "/3", "^deleted 3 requests of 1 days", told)
+        self.expect("/3", "rolled up 1 days")
+        self.sql("DELETE FROM vesk_nightly.figures")
+        retain("04-02", "/3", "^$", "^2026-03-12 keeps 1 requests: its figures are not stored;")
+        self.expect("/3", "made up the figures of 1 days")
+        dropped = "dropped the partition vesk.hits_2026_03\n" if PARTITIONED else ""
+        retain("04-02", "", f"^{dropped}deleted 1 requests of 1 days, 2026-03-12 to 2026-03-12\n$")
+        report = (
+            "SELECT n1 FROM vesk.rollup WHERE site_id = 1 AND (scope, key) = ('all', 'requests')"
+        )
+        self.assertEqual(self.sql(report + " ORDER BY day"), "2\n1")
+        self.database.admin("set", "raw_hit_days", "0")
+        self.expect("", err='"0", and no number of days', command="retain", out="^$")
 
     def test_hourly(self):
         """A day in the log that is written to, with a rotation by copying and one by renaming."""
