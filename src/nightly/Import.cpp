@@ -226,8 +226,8 @@ void Import::settle(Portion &portion, const Entry &entry, bool whole, db::Transa
     ++m_count.known;
 }
 
-/// What becomes of a log of which not all can be read. One of which nothing can be read, not even
-/// the first line, may be known by its name, its time or its file.
+/// What becomes of a log of which not all can be read. It may be known by its name, its time or its
+/// file.
 void Import::damaged(Portion portion, db::Transaction &transaction)
 {
     const Log &log = *portion.log;
@@ -237,9 +237,7 @@ void Import::damaged(Portion portion, db::Transaction &transaction)
     }
     if (isBeingMade(log))
         return wait(log, kIsYoung);
-    const auto former
-        = portion.content->beginnings().isEmpty() ? m_tonight.former(log) : std::optional<Entry>();
-    if (former)
+    if (const auto former = m_tonight.former(log, *portion.content, portion.entry.firstLine))
         return settle(portion, *former, false, transaction);
     refuse(log, damage(log.file));
 }

@@ -35,17 +35,23 @@ qint64 Tonight::formerEntry(const Log &log) const
     return 0;
 }
 
-std::optional<Entry> Tonight::former(const Log &log)
+std::optional<Entry> Tonight::former(
+    const Log &log, const LogContent &content, const QByteArray &firstLine)
 {
     const FileState &state = log.file.state();
     for (const KnownFile &file : m_files) {
-        const int alike = int { file.state.isSameFile(state) }
-            + int { file.state.modified / FileState::kNanoseconds
-                  == state.modified / FileState::kNanoseconds };
-        const auto entries = alike > 0 ? m_ledger.entriesWithId(file.entry) : QList<Entry>();
+        const bool sameFile = file.state.isSameFile(state);
+        const bool sameTime = file.state.modified / FileState::kNanoseconds
+            == state.modified / FileState::kNanoseconds;
+        const auto entries
+            = sameFile || sameTime ? m_ledger.entriesWithId(file.entry) : QList<Entry>();
         for (const Entry &entry : entries.value_or(QList<Entry>())) {
             const bool sameName = lineage(entry.name) == lineage(log.file.path());
-            if (alike + int { sameName } >= 2 && !isThere(entry, log))
+            const bool isKnown = content.beginnings().isEmpty()
+                ? int { sameFile } + int { sameTime } + int { sameName } >= 2
+                : sameTime && sameName && entry.firstLine == firstLine
+                    && content.checksumAt(entry.bytes) != entry.content;
+            if (isKnown && !isThere(entry, log))
                 return entry;
         }
     }

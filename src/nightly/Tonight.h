@@ -31,9 +31,11 @@ public:
     /// it was not there.
     qint64 formerEntry(const Log &log) const;
 
-    /// The entry that \a log, of which nothing can be read, was in the last run: not there any
-    /// more, and alike in two of file, time of the last change, and name but for the rotation.
-    std::optional<Entry> former(const Log &log);
+    /// The entry that \a log, of which only \a content can be read, was in the last run: not there
+    /// any more, and alike in two of file, time of the last change, and name but for the rotation.
+    /// Of one that can be read in part these are time and name, and the first line is the same.
+    std::optional<Entry> former(
+        const Log &log, const LogContent &content, const QByteArray &firstLine);
 
     /// Whether a log other than \a but has all of the content of \a entry, and no more.
     bool isThere(const Entry &entry, const Log &but);

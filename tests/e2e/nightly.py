@@ -148,7 +148,8 @@ class Nightly(Nights):
         os.utime(damaged, (1, 1))
         stored = " ".join(paths)
         self.night(stored)
-        for part in archive[:-900], archive[:3]:
+        half = len(archive) // 2
+        for part in archive[:-900], archive[:3], archive[:half] + bytes(99) + archive[half + 99 :]:
             damaged.write_bytes(part)
             os.utime(damaged, (2, 2))
             self.night(stored, "6.gz is damaged, but it was imported as /.*a b.log.6.gz on 2")
@@ -367,7 +368,9 @@ class Nightly(Nights):
         self.night("/1 /2 /3")
         self.expect("/1 /2 /3 /1 /2 /3", host="b.example")
         retain(
-            "03-11", "/1 /2 /3 /1 /2 /3", "^(dropped.*\n)*example.org has no.* before 2026-03-11\n$"
+            "03-11",
+            "/1 /2 /3 /1 /2 /3",
+            "^(dropped.*_(before|2026_0[12])\n)*example.org has no.* before 2026-03-11\n$",
         )
         told = "^deleted 2 requests of 1 days, 2026-03-11 to 2026-03-11\n$"
         retain("03-12", "/3 /1 /2 /3", told)
@@ -387,6 +390,7 @@ class Nightly(Nights):
             "SELECT n1 FROM vesk.rollup WHERE site_id = 1 AND (scope, key) = ('all', 'requests')"
         )
         self.assertEqual(self.sql(report + " ORDER BY day"), "2\n1")
+        self.assertEqual(self.sql("SELECT count(*) FROM vesk_nightly.deleted_days"), "4")
         self.database.admin("set", "raw_hit_days", "0")
         self.expect("", err='"0", and no number of days', command="retain", out="^$")
 
