@@ -52,6 +52,7 @@ private:
     const QDate m_border;
     qint64 m_rows = 0; ///< that are deleted
     std::set<QDate> m_days; ///< that they are of
+    bool m_isInUse = false; ///< the table of requests: others would wait with each further try
     bool m_failed = false;
 };
 
@@ -59,8 +60,10 @@ bool Retention::run()
 {
     const auto partitions = m_old.partitions();
     m_failed = !partitions;
-    for (const QString &partition : partitions.value_or(QStringList()))
-        m_failed = !drop(partition) || m_failed;
+    for (const QString &partition : partitions.value_or(QStringList())) {
+        if (!m_isInUse)
+            m_failed = !drop(partition) || m_failed;
+    }
     const auto days = m_old.days();
     m_failed = m_failed || !days;
     for (const OldDay &day : days.value_or(QList<OldDay>())) {
@@ -92,7 +95,8 @@ bool Retention::drop(const QString &partition)
         if (!m_old.begin(day.day))
             return false;
     }
-    if (!m_old.drop(partition))
+    m_isInUse = !m_old.drop(partition);
+    if (m_isInUse)
         return true;
     if (!transaction.commit())
         return false;
