@@ -95,11 +95,7 @@ def check_figures(reports):
     report = reports.json("--addresses")  # of the only site and its last complete day
     server = report["server"]
     assert report["period"] == {"first": "2026-03-02", "last": "2026-03-02", "days": 1}
-    assert len(report["charts"]["course"]) == 2
-    visitors = {"people": 2, "people_before": 1, "all": 3, "all_before": 1}
-    assert report["totals"]["visitors"] == visitors
     assert report["people_by"] == {"beacon": 1, "style_sheet": 0, "referrer": 1}
-    assert report["totals"]["visit_seconds"]["people"] == 2.5
     assert server["totals"]["bytes"]["value"] == 1006560
     for name, columns, rows in re.findall(r"(\S+) (\S+):\s+(.*)", LISTS):
         part = report if name in report["lists"] else server
@@ -113,10 +109,6 @@ def check_figures(reports):
     assert "\nMonday, 2 March 2026\nCompared with 1 March 2026.\n" in text
     assert "  /files/gone.zip\n" in text and "from /about\n" in text, text
     assert "+3  more (--rows all)\n" in text
-    notes = reports.json("2026-03")["notes"]
-    assert notes[1] == "There are requests until 3 March 2026, 00:05." and notes[2].endswith(
-        "Not compared with 29 January to 28 February 2026, since hours are missing."
-    ), notes
     server = reports.json(role="panel")["server"]
     assert not server["known"] and "may not read" in server["note"]
     reports.sql("REVOKE SELECT ON vesk.search_rows FROM panel")

@@ -67,15 +67,10 @@ private slots:
     void names()
     {
         const QDate last(2026, 3, 2);
-        QCOMPARE(periodName({ last, last }), "2 March 2026");
-        QCOMPARE(periodName({ QDate(2026, 3, 1), last }), "1 to 2 March 2026");
-        QCOMPARE(periodName({ QDate(2026, 2, 1), last }), "1 February to 2 March 2026");
         QCOMPARE(periodName({ QDate(2025, 3, 2), last }), "2 March 2025 to 2 March 2026");
-        QCOMPARE(periodName(Period { QDate(2026, 3, 1), last }.before()), "27 to 28 February 2026");
-        QList<QDate> days { last, last.addDays(2), last.addDays(3), last.addDays(9) };
-        QCOMPARE(daysName(days), "2 March 2026, 4 to 5 March 2026 and 11 March 2026");
-        QCOMPARE(daysName(days << last.addDays(20) << last.addDays(22)).section(", ", 1),
-            "4 to 5 March 2026, 11 March 2026 and 2 more");
+        const QList<QDate> days { last, last.addDays(2), last.addDays(3), last.addDays(9),
+            last.addDays(20), last.addDays(22) };
+        QCOMPARE(daysName(days), "2 March 2026, 4 to 5 March 2026, 11 March 2026 and 2 more");
     }
 
     void links()
@@ -105,7 +100,6 @@ private slots:
         row(40, 4, Unit::Count, "40", "×10");
         row(2, 3, Unit::Count, "2", "−33 %");
         row({}, 4, Unit::Count, "-", "-");
-        row(7, {}, Unit::Mean, "7.0", "-");
         row(0.5404, 0.5545, Unit::Rate, "54.0 %", "−1.4 pt");
         row(10.84, 9.3, Unit::Position, "10.8", "+1.5");
         row(3599.6, 1800, Unit::Seconds, "60:00", "+100 %");
@@ -168,13 +162,6 @@ private slots:
                 ticks += QString::number(i) + ' ' + chart.ticks[i];
         }
         QTEST(ticks.join(", "), "expected");
-    }
-
-    void averageWeek()
-    {
-        QCOMPARE(shown(weekdays(periodOf("2026-03-02 2026-03-15"), kNumbers, numberOf)),
-            "Monday 5.5, Tuesday 10.0, Wednesday 7.5, Thursday 8.5, Friday 9.5, Saturday 10.5, "
-            "Sunday 11.5");
     }
 };
 

@@ -104,7 +104,6 @@ private slots:
         row("each 100, yesterday 1", "2 requests");
         row("yesterday 100, since -21", ""); // two weeks tell nothing
         row("yesterday 100, since -22", "1 requests");
-        row("yesterday 100, without -8, without -15, without -22", "1 requests");
         row("burst -8, burst -15, burst -22, since -50", ""); // the median of seven, and of eight
         row("burst -8, burst -15, burst -22, burst -29", "2 requests");
         row("night -1", "");
