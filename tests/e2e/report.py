@@ -226,7 +226,8 @@ def check_pages(reports):
     assert names == linked | {"index.html"}, names
     index = (folder / "index.html").read_text()
     assert all(f'href="{name}"' in index for name in linked), index
-    assert "Last 7 days: 24 February to 2 March 2026" in index, index
+    for days in ("7 days: 24 February", "30 days: 1 February"):
+        assert f"Last {days} to 2 March 2026" in index, index
     assert "Monday, 2 March 2026" in (folder / "last-day.html").read_text()
     (folder / "last-day.html").unlink()
     (folder / "last-day.html").mkdir()

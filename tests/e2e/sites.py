@@ -157,6 +157,9 @@ def check_pages(reports):
         assert len(links) == 8, links  # three sites, each where it is wrong, two pages
         for link in map(urllib.parse.unquote, links):
             assert (folder / link / ("" if link.endswith("html") else "index.html")).is_file(), link
+    reports.sql("UPDATE vesk.sites SET host = '..' WHERE host = 'silent.example'")
+    reports.text("--pages-below", folder, "..")
+    assert (folder / "%2e2e/index.html").is_file()
 
 
 shared = Reports()

@@ -125,8 +125,6 @@ private slots:
             "Days by day: Mon 2 Mar 2026 2, Tue 3 Mar 2026 -, Wed 4 Mar 2026 4");
         row("2026-03-01 2026-03-10 9",
             "Days by week: Week of 1 Mar 2026 1.0, Week of 2 Mar 2026 5.3, Week of 9 Mar 2026 9.5");
-        row("2026-03-30 2026-04-05 1",
-            "Days by week: Week of 30 Mar 2026 12.2"); // seven days, six with a figure
         row("2026-03-30 2026-04-06 1", "Days by month: Mar 2026 30.5, Apr 2026 3.6");
     }
     void courses()
@@ -148,9 +146,6 @@ private slots:
         row("2026-03-01 2026-03-27 99", "1 2 Mar, 8 9 Mar, 15 16 Mar, 22 23 Mar");
         row("2026-01-01 2026-03-31 20", "0 Jan ’26, 4 Feb, 8 Mar");
         row("2024-01-02 2026-03-11 31", "12 2025, 24 2026"); // 800 days
-        row("2024-01-02 2024-12-31 31",
-            "1 Feb, 2 Mar, 3 Apr, 4 May, 5 Jun, 6 Jul, 7 Aug, 8 Sep, "
-            "9 Oct, 10 Nov, 11 Dec");
     }
     void ticks()
     {
