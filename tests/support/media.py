@@ -88,8 +88,11 @@ def check_lists(report, root, sections):
     parts = (report["lists"], report["server"].get("lists", {}), report["search"]["lists"])
     tables = {table.get("aria-labelledby"): table for table in root.iter("table")}
     beside = []
-    for name, rows in ((name, part[name]["rows"]) for part in parts for name in part):
+    for name, each in ((name, part[name]) for part in parts for name in part):
+        rows, hidden = each["rows"], each["total"] - len(each["rows"])
         assert rows or name not in tables, name
+        more = "".join(root.itertext()).count(f"and {hidden:,} more")
+        assert more >= (hidden > 0), (name, hidden)
         found = tables[name].findall("tbody/tr") if rows else []
         for row, tr in zip(rows, found, strict=True):
             texts = {key for key, value in row.items() if isinstance(value, str)} | {"referrer"}
@@ -105,12 +108,16 @@ def check_lists(report, root, sections):
                 label,
                 row,
             )
+        if found and (visits := [row.get("visits", row.get("views")) for row in rows])[0]:
+            bars = [float(tr.find(".//rect").get("width")[:-1]) for tr in found]
+            wanted = [100 * number / max(visits) for number in visits]
+            assert all(map(lambda *two: math.isclose(*two, abs_tol=0.01), bars, wanted)), name
         title = root.findtext(f".//h3[@id='{name}']")
         if name in ("countries", "browsers", "systems", "devices"):
             beside += [f"{words(tr[1]).split(' ')[0]} {words(tr[0])}" for tr in found[:10]]
         elif found and name != "source_kinds":
             lines = re.sub(r"\n +from ", " from ", sections[title]).split("\n")[1:]
-            lines = [set(line.split()) for line in lines if " more (--rows all)" not in line]
+            lines = [set(line.split()) for line in lines if f"+{hidden:,}  more" not in line]
             for line, row in zip(lines, map(set, map(str.split, map(words, found))), strict=True):
                 assert line - {"direct"} <= row <= line, (title, line, row)
     visitors = sections["Visitors"].split("\n")[1:]
@@ -133,6 +140,9 @@ def check_bars(name, section, lines, rows):
     steps = (digit * 10**zeros for zeros in range(9) for digit in (1, 2, 5))
     step = next(step for step in steps if 5 * step >= most)
     unit = 180 / (step * math.ceil(most / step))
+    for label in section.findall("svg/text[@class='y']"):
+        height = unit * float(label.text.replace(",", ""))
+        assert abs(190 - float(label.get("y")) - height) < 0.1, (name, label.text, unit)
     for group, value in zip(section.findall("svg/g"), values, strict=True):
         found = {bar.get("class"): bar for bar in group.findall("rect")}
         foot = 190
@@ -159,6 +169,7 @@ def check(report, page, text):
     root = xml.etree.ElementTree.fromstring(body)
     linked = [link.get("href").strip("#") for link in root.findall("nav//a")]
     assert linked == [section.get("id") for section in root.iter("section")], linked
+    assert ("The lists show both" in page) == (report["scope"] == "all")
     days, known = report["period"]["days"], report["days_with_report"]
     own = {"part-search-console"} | ({"part-server"} if not report["server"]["known"] else set())
     for section in root.iter("section"):
