@@ -284,6 +284,8 @@ def check_pages(reports):
     reports.text("--pages", folder, "garden.example")
     kept = {name for name, page in pages.items() if page.read_text() == "old"}
     assert kept == {"2026-03.html", "2026-04.html"}, kept
+    months = re.findall('"(2026-.*?)"', pages["index.html"].read_text())
+    assert months == [f"2026-0{n}.html" for n in (6, 5, 4, 3)], months
 
 
 shared = Reports()
