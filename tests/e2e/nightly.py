@@ -111,6 +111,10 @@ class Nightly(Nights):
         self.night("/1 /2 /3 /1 /other /4 /last /more")
         newest = "SELECT lines FROM vesk_nightly.logs ORDER BY id DESC LIMIT 1"
         self.assertEqual(self.sql(newest), "3")
+        self.write(".3", lines("/4", "/last"))  # cut off, so what it was goes on elsewhere
+        self.night("/1 /2 /3 /1 /other /4 /last /more", "^no new")
+        self.write(".9", lines("/4", "/last", "/more", "/end"))
+        self.night("/1 /2 /3 /1 /other /4 /last /more /end")
 
     def test_changed_afterwards(self):
         text = lines("/1", "/2") + lines("/3", at="21:00:00")
@@ -341,6 +345,9 @@ class Nightly(Nights):
         begun.unlink()
         self.night("/4 /5", "^noted as imported by the package of before: 2 logs\n")
         self.night("/4 /5", "^no new")
+        self.database.admin("add-site", "b.example", "B")
+        (self.folder / "imported/b.example").write_text(notes)
+        self.expect("/4 /5 /4 /5", "package of before: 2 logs\n", host="b.example")
 
     def test_late_lines(self):
         self.write(".1", lines(*range(50)))
@@ -430,7 +437,8 @@ class Nightly(Nights):
         self.night('/0 /2 /4"%0A'.replace("%0A", "\n"), told)
         self.environment["VESK_HOSTS"] = ""
         self.expect('/0 /2 /4"\n /1', "1: 2 lines, 1 stored", host="b.example")
-        self.expect('/0 /2 /4"\n /1', "^no new", host="b.example")
+        self.sql("INSERT INTO vesk_nightly.days VALUES (1, '2026-03-11')")
+        self.expect('/0 /2 /4"\n /1', "^no new logs of b.example\n$", host="b.example")
 
     def test_several_servers(self):
         """200 visitors with two visits each, whose lines two servers have, in zones of their own."""
@@ -511,11 +519,11 @@ class Nightly(Nights):
         command = ["setpriv", "--reuid=postgres", "--regid=postgres", "--clear-groups", program]
         self.write(".1", lines("/1"))
         command = command if os.getuid() == 0 else command[-1:]
-        for closed, told in (
-            (self.folder, "the folder /.*/ cannot be searched"),
-            (self.database.config, "^the configuration /.* cannot be read: .*root:vesk.*\n$"),
+        for closed, mode, told in (
+            (self.folder, 0o444, "the folder /.*/ cannot be searched"),
+            (self.database.config, 0, "^the configuration /.* cannot be read: .*root:vesk.*\n$"),
         ):
-            closed.chmod(0)
+            closed.chmod(mode)
             run = subprocess.run(
                 [*command, "import", "example.org"], env=self.environment, capture_output=True
             )
