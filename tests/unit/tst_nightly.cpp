@@ -68,7 +68,8 @@ private slots:
     void beginnings()
     {
         QTemporaryDir folder;
-        const QByteArrayList lines = manyLines(9000);
+        QByteArrayList lines = manyLines(9000);
+        lines.swapItemsAt(1, 8999); // a request that took long
         const Entry entry = imported(folder.path(), lines);
         QVERIFY(entry.beginnings.size() < 4 * 4600);
         for (const int count :
