@@ -64,7 +64,7 @@ int columnsOfTerminal()
     return known ? size.ws_col : kUsualColumns;
 }
 
-void onSignal(int signal)
+void leaveLine(int signal)
 {
     if (!takesOutput())
         return;
@@ -122,7 +122,7 @@ Progress::Progress()
         return;
     m_sinceStart.start();
     g_oldHandler = qInstallMessageHandler(onMessage);
-    m_hook.emplace(onSignal, [](int) {});
+    m_hook.emplace(leaveLine, [](int) {});
 }
 
 Progress::~Progress()

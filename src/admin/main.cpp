@@ -11,12 +11,12 @@
 #include "common/Password.h"
 #include "common/Program.h"
 #include "common/ProgressCallback.h"
+#include "common/Resource.h"
 #include "common/Sites.h"
 #include "common/Text.h"
 
 #include <QDate>
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -70,15 +70,14 @@ vesk::ProgressCallback shownBy(Progress &progress, const QString &name)
 /// Applies one script and notes it, both or neither. False after a message.
 bool applyScript(const QString &name, int version)
 {
-    QFile f(QLatin1String(":/sql/") + name);
-    const bool readable = f.open(QIODevice::ReadOnly);
+    const QString script = vesk::resourceText(QLatin1String(":/sql/") + name);
     vesk::db::Transaction transaction(vesk::db::Transaction::Keep);
-    if (!readable || !transaction.isOpen()) {
+    if (script.isEmpty() || !transaction.isOpen()) {
         qCritical("%s: cannot start", qPrintable(name));
         return false;
     }
     QString error;
-    if (!vesk::db::execScript(QString::fromUtf8(f.readAll()), &error)) {
+    if (!vesk::db::execScript(script, &error)) {
         qCritical("%s: %s", qPrintable(name), qPrintable(error));
         return false;
     }

@@ -39,7 +39,7 @@ QString notACountryFile()
     return QStringLiteral("that does not look like a DB-IP country file");
 }
 
-QString databaseError()
+QString loadingError()
 {
     return QStringLiteral("database error while loading");
 }
@@ -94,7 +94,7 @@ std::optional<QByteArray> download(QString *error, const ProgressCallback &progr
     return body;
 }
 
-QByteArray insertStatement(qsizetype rows)
+QByteArray insertOfRanges(qsizetype rows)
 {
     return db::multiRow("INSERT INTO vesk.geo_country (ip_from, ip_to, country) VALUES ",
                "(CAST(? AS inet), CAST(? AS inet), ?)", rows)
@@ -124,7 +124,7 @@ std::optional<qint64> insertRanges(QByteArrayView csv, const ProgressCallback &p
             csv = csv.sliced(more ? lineFeed + 1 : csv.size());
         }
         if (rows > 0)
-            stream.send(insertStatement(rows), values);
+            stream.send(insertOfRanges(rows), values);
         stored += rows;
     }
     stream.finish();
@@ -175,20 +175,20 @@ QString updateGeoIp(const QString &file, bool *ok, const ProgressCallback &progr
 
     db::Transaction transaction;
     if (!transaction.isOpen())
-        return databaseError();
+        return loadingError();
     QSqlQuery clear;
     if (!clear.exec(QStringLiteral("TRUNCATE vesk.geo_country"))) {
         db::reportFailure(db::presentable(clear.lastError()));
-        return databaseError();
+        return loadingError();
     }
     const std::optional<qint64> stored = insertRanges(csv, progress);
     if (!stored)
-        return databaseError();
+        return loadingError();
     if (*stored == 0)
         return notACountryFile();
     rememberMonth();
     if (!transaction.commit())
-        return databaseError();
+        return loadingError();
     *ok = true;
     return QStringLiteral("loaded %1 country ranges (IP data by DB-IP, CC BY 4.0)").arg(*stored);
 }

@@ -15,9 +15,9 @@ namespace vesk::analytics {
 
 namespace {
 
-constexpr qsizetype kBatchRows = 500;
+constexpr qsizetype kRowsAtOnce = 500;
 
-QString databaseError()
+QString storingError()
 {
     return QStringLiteral("database error while storing");
 }
@@ -117,9 +117,9 @@ void sendRows(db::StatementStream &stream, const Target &target, const QJsonArra
     const ProgressCallback &progress)
 {
     db::Values values;
-    for (qsizetype i = 0; i < rows.size() && !stream.failed(); i += kBatchRows) {
+    for (qsizetype i = 0; i < rows.size() && !stream.failed(); i += kRowsAtOnce) {
         progress(QLatin1String("rows"), i, rows.size());
-        const qsizetype end = std::min(i + kBatchRows, rows.size());
+        const qsizetype end = std::min(i + kRowsAtOnce, rows.size());
         values.clear();
         for (qsizetype row = i; row < end; ++row)
             addRow(values, target, readSearchRow(rows.at(row).toObject()));
@@ -154,7 +154,7 @@ QString importSearchData(int site, const QString &engine, const QJsonObject &dat
 
     db::Transaction transaction;
     if (!transaction.isOpen())
-        return databaseError();
+        return storingError();
     db::StatementStream stream(db::StatementStream::ReportFirst);
     clearRange(stream, "vesk.search_days", range);
     clearRange(stream, "vesk.search_rows", range);
@@ -162,7 +162,7 @@ QString importSearchData(int site, const QString &engine, const QJsonObject &dat
     sendRows(stream, range, rows, progress);
     stream.finish();
     if (stream.failed() || !transaction.commit())
-        return databaseError();
+        return storingError();
     *ok = true;
     return QStringLiteral("%1 days (%2 to %3), %4 detail rows")
         .arg(QString::number(totals.size()), range.first, range.last, QString::number(rows.size()));

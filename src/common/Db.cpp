@@ -135,6 +135,14 @@ std::optional<QSqlQuery> runNamed(const QString &sql, const QVariantMap &values)
     return q;
 }
 
+bool allRead(const QSqlQuery &q)
+{
+    if (!q.lastError().isValid())
+        return true;
+    reportFailure(presentable(q.lastError()), q.lastError().nativeErrorCode());
+    return false;
+}
+
 void reportFailure(const QString &errorText, const QString &sqlState)
 {
     if (sqlState != kPreparedTwice && sqlState != kNeverPrepared) {

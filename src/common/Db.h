@@ -36,6 +36,10 @@ std::optional<QSqlQuery> run(const QString &sql, const QVariantList &values = {}
 /// they are.
 std::optional<QSqlQuery> runNamed(const QString &sql, const QVariantMap &values);
 
+/// Whether the rows of \a q, of which there is no next one, have been read to their end. The error
+/// that ended them before is reported as by exec().
+bool allRead(const QSqlQuery &q);
+
 /// Reports the text of a failed statement, as exec() does. That a statement was prepared twice or
 /// never, which \a sqlState tells, is explained, and only the first time: it is so again and again
 /// behind a pooler that hands the connection to others between transactions.

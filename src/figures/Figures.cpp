@@ -3,8 +3,6 @@
 #include "common/Db.h"
 #include "figures/Statements.h"
 
-#include <QSqlError>
-
 namespace vesk::figures {
 
 namespace {
@@ -17,10 +15,7 @@ std::optional<QList<QDate>> daysOf(const char *statement, const QVariantMap &val
     QList<QDate> days;
     while (q->next())
         days += q->value(0).toDate();
-    if (!q->lastError().isValid())
-        return days;
-    db::reportFailure(db::presentable(q->lastError()));
-    return {};
+    return db::allRead(*q) ? std::optional(days) : std::nullopt;
 }
 
 } // namespace

@@ -1,7 +1,8 @@
 #include "figures/Statements.h"
 
+#include "common/Resource.h"
+
 #include <QDir>
-#include <QFile>
 #include <QRegularExpression>
 #include <QStringList>
 
@@ -9,19 +10,13 @@ namespace vesk::figures {
 
 namespace {
 
-QString resource(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
-}
-
 /// The latest script that makes or replaces the roll-up.
 QString rollupScript()
 {
     const QDir scripts(QStringLiteral(":/sql"));
     QString latest;
     for (const QString &name : scripts.entryList(QDir::Files, QDir::Name)) {
-        const QString text = resource(scripts.filePath(name));
+        const QString text = resourceText(scripts.filePath(name));
         if (text.contains(QLatin1String("FUNCTION vesk.rollup_day(")))
             latest = text;
     }
@@ -49,14 +44,8 @@ QString dayOf(const QList<QDate> &days)
                             : QStringLiteral("at::date");
 }
 
-} // namespace
-
-QString statementText(const char *name)
-{
-    return resource(QStringLiteral(":/figures/") + QLatin1String(name));
-}
-
-QString requestRelations(const QList<QDate> &days)
+/// The text of requests.sql with the rules of the roll-up; empty, after a message, without them.
+QString relationsWithRules()
 {
     const QString rollup = rollupScript();
     QString sql = statementText("requests.sql");
@@ -71,12 +60,25 @@ QString requestRelations(const QList<QDate> &days)
     if (const auto rule = count.match(rollup); rule.hasMatch())
         sql.replace(QLatin1String("{sweep}"), rule.captured(1));
     static const QRegularExpression open(QStringLiteral(R"(\{(probe|asset|sweep)\})"));
-    if (!sql.contains(open)) {
-        sql.replace(QLatin1String("{when}"), madeOn(days));
-        return sql.replace(QLatin1String("{day}"), dayOf(days));
-    }
+    if (!sql.contains(open))
+        return sql;
     qCritical("the rules of the roll-up cannot be found in its script");
     return {};
+}
+
+} // namespace
+
+QString statementText(const char *name)
+{
+    return resourceText(QStringLiteral(":/figures/") + QLatin1String(name));
+}
+
+QString requestRelations(const QList<QDate> &days)
+{
+    static const QString relations = relationsWithRules();
+    QString sql = relations;
+    sql.replace(QLatin1String("{when}"), madeOn(days));
+    return sql.replace(QLatin1String("{day}"), dayOf(days));
 }
 
 } // namespace vesk::figures

@@ -11,21 +11,16 @@ namespace {
 
 constexpr qsizetype kShownBytes = 200;
 
-QByteArray shown(const QString &text)
-{
-    return clean(text).toLocal8Bit();
-}
-
 } // namespace
 
 void complain(const RotatedLog &log, const QString &what)
 {
-    qWarning("%s %s", shown(log.path()).constData(), shown(what).constData());
+    qWarning("%s %s", qPrintable(clean(log.path())), qPrintable(clean(what)));
 }
 
 void leave(const RotatedLog &log, const char *was)
 {
-    printf("%s %s and is left for the next run\n", shown(log.path()).constData(), was);
+    printf("%s %s and is left for the next run\n", qPrintable(clean(log.path())), was);
 }
 
 QString postponed()

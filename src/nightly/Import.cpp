@@ -25,11 +25,6 @@ constexpr auto kIsYoung = "was written to in the last five minutes";
 /// A log that was left so often with the same content is not being written to.
 constexpr int kMostRunsLeft = 2;
 
-QByteArray shown(const QString &text)
-{
-    return clean(text).toLocal8Bit();
-}
-
 /// Whether one of two logs that begin with the same line begins with all of the other. None may be
 /// open.
 bool areAlike(Portion &one, Portion &other)
@@ -71,7 +66,7 @@ bool Import::runOn(const QStringList &paths)
         return false;
     for (const QString &path : paths) {
         if (!QFileInfo(filePath(path)).isFile()) {
-            qWarning("%s is no file", shown(path).constData());
+            qWarning("%s is no file", qPrintable(clean(path)));
             m_failed = true;
         }
     }
@@ -91,12 +86,12 @@ bool Import::lookForLogs(const QStringList &patterns)
         return false;
     for (const QString &folder : closedFolders(patterns)) {
         qWarning("the folder %s cannot be searched (Debian's log folders are for the group adm)",
-            shown(folder).constData());
+            qPrintable(clean(folder)));
         m_failed = true;
     }
     if (!m_tonight.logs().isEmpty())
         return true;
-    const QByteArray where = shown(patterns.join(QLatin1String(" or ")));
+    const QByteArray where = clean(patterns.join(QLatin1String(" or "))).toLocal8Bit();
     const bool isAwaited = m_task == Task::Store && !m_failed && m_ledger.isEmpty().value_or(false)
         && m_ledger.isNew().value_or(false);
     if (isAwaited) {
@@ -125,7 +120,7 @@ void Import::lookAtAll()
     if (m_task == Task::Note)
         printf("noted as imported: %lld logs\n", qlonglong { m_count.taken });
     else if (m_count.known > 0 && m_count.taken + m_count.waiting == 0 && !m_failed)
-        printf("no new logs of %s\n", shown(m_ledger.site().host).constData());
+        printf("no new logs of %s\n", qPrintable(clean(m_ledger.site().host)));
 }
 
 /// Finds out whether a log has anything new.
@@ -221,7 +216,7 @@ void Import::settle(Portion &portion, const Entry &entry, bool whole, db::Transa
         return refuse(log, postponed());
     if (!intact)
         printf("%s is damaged, but it was imported as %s on %s\n",
-            shown(log.file.path()).constData(), shown(entry.name).constData(),
+            qPrintable(clean(log.file.path())), qPrintable(clean(entry.name)),
             qPrintable(entry.at));
     ++m_count.known;
 }

@@ -226,7 +226,7 @@ void Intake::tell(const Reading &reading)
 {
     if (m_task == Task::Note)
         return;
-    printf("%s: %s\n", clean(reading.portion.file().path()).toLocal8Bit().constData(),
+    printf("%s: %s\n", qPrintable(clean(reading.portion.file().path())),
         reading.summary().toLocal8Bit().constData());
     if (reading.isStrange())
         complain(reading.portion.file(), strangeFormat(reading.portion.firstLine));

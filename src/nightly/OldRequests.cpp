@@ -140,7 +140,7 @@ std::optional<QDate> firstKeptDay()
         qCritical(
             "nothing is deleted: the setting raw_hit_days is \"%s\", and no number of days from "
             "1 to %d (vesk-admin set raw_hit_days 90)",
-            clean(value).toLocal8Bit().constData(), kMostDays);
+            qPrintable(clean(value)), kMostDays);
         return {};
     }
     auto q = db::run(QStringLiteral("SELECT (now() - make_interval(days => ?))::date"), { days });

@@ -100,7 +100,7 @@ bool Retention::drop(const QString &partition)
         return true;
     if (!transaction.commit())
         return false;
-    printf("dropped the partition %s\n", clean(partition).toLocal8Bit().constData());
+    printf("dropped the partition %s\n", qPrintable(clean(partition)));
     m_rows += share->rows;
     for (const OldDay &day : *days)
         m_days.insert(day.day);
@@ -144,8 +144,7 @@ void Retention::tell() const
             qPrintable(m_days.begin()->toString(Qt::ISODate)),
             qPrintable(m_days.rbegin()->toString(Qt::ISODate)));
     else if (!m_failed)
-        printf("%s has no requests from before %s\n",
-            clean(m_ledger.site().host).toLocal8Bit().constData(),
+        printf("%s has no requests from before %s\n", qPrintable(clean(m_ledger.site().host)),
             qPrintable(m_border.toString(Qt::ISODate)));
 }
 

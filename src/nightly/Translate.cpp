@@ -23,11 +23,6 @@ using translate::SiteHosts;
 
 namespace {
 
-QByteArray shown(const QString &text)
-{
-    return clean(text).toLocal8Bit();
-}
-
 /// Why a file cannot be read at all; empty when it can.
 QString obstacle(const QString &path)
 {
@@ -58,7 +53,7 @@ public:
     bool report()
     {
         if (!m_obstacle.isEmpty()) {
-            qWarning("%s cannot be read: %s", shown(m_name).constData(), qPrintable(m_obstacle));
+            qWarning("%s cannot be read: %s", qPrintable(clean(m_name)), qPrintable(m_obstacle));
             return false;
         }
         QStringList formats;
@@ -67,11 +62,11 @@ public:
         if (formats.isEmpty())
             formats += QStringLiteral("no known format");
         qInfo("%s: %s, %lld lines, %lld of other hosts, %lld not translated",
-            shown(m_name).constData(), qPrintable(formats.join(QLatin1String(", then "))),
+            qPrintable(clean(m_name)), qPrintable(formats.join(QLatin1String(", then "))),
             m_lines.lines(), m_lines.othersLines(), m_lines.strangeLines());
         if (m_reader.intact())
             return true;
-        qWarning("%s is damaged or cannot be read to its end", shown(m_name).constData());
+        qWarning("%s is damaged or cannot be read to its end", qPrintable(clean(m_name)));
         return false;
     }
 
@@ -94,7 +89,7 @@ void write(QByteArrayView line, bool toTerminal)
 {
     QByteArray cleaned;
     if (toTerminal)
-        line = cleaned = shown(QString::fromUtf8(line));
+        line = cleaned = clean(QString::fromUtf8(line)).toLocal8Bit();
     fwrite(line.data(), 1, static_cast<size_t>(line.size()), stdout);
     putchar('\n');
 }

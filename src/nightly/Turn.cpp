@@ -11,7 +11,7 @@ bool takeTurn(Ledger &ledger)
 {
     if (ledger.tryLock())
         return true;
-    printf("waiting for another run for %s\n", clean(ledger.site().host).toLocal8Bit().constData());
+    printf("waiting for another run for %s\n", qPrintable(clean(ledger.site().host)));
     return ledger.lock();
 }
 

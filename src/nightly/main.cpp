@@ -25,11 +25,6 @@ using vesk::Site;
 
 namespace {
 
-QByteArray shown(const QString &text)
-{
-    return vesk::clean(text).toLocal8Bit();
-}
-
 /// Makes the days of this process those of the database session. False, after a message, when the
 /// server does not know the configured zone, and would cut days elsewhere.
 bool followTimeZone(const QSettings &cfg)
@@ -44,7 +39,7 @@ bool followTimeZone(const QSettings &cfg)
     if (!wanted.isEmpty() && !isTaken) {
         qCritical("the configuration names the time zone %s, which the database does not know; "
                   "those that it does are in pg_timezone_names",
-            shown(wanted).constData());
+            qPrintable(vesk::clean(wanted)));
         return false;
     }
     qputenv("TZ", zone.toUtf8());
@@ -76,7 +71,7 @@ bool list(const Site &site, const QStringList &)
             ? QStringLiteral("%1 lines, %2 stored").arg(*entry.lines).arg(*entry.stored)
             : QStringLiteral("only noted");
         printf("%s  %s  %s\n", qPrintable(entry.at), qPrintable(lines.leftJustified(32)),
-            shown(entry.name).constData());
+            qPrintable(vesk::clean(entry.name)));
     }
     return true;
 }
@@ -87,7 +82,7 @@ bool listSites()
     if (!sites)
         return false;
     for (const Site &site : *sites)
-        printf("%s\n", shown(site.host).constData());
+        printf("%s\n", qPrintable(vesk::clean(site.host)));
     return true;
 }
 
@@ -123,7 +118,8 @@ bool execute(const Command &command, const QStringList &args)
     const QString &host = args[1];
     const auto site = vesk::findSite(host);
     if (!site)
-        qCritical("unknown site %s (add it with vesk-admin add-site)", shown(host).constData());
+        qCritical(
+            "unknown site %s (add it with vesk-admin add-site)", qPrintable(vesk::clean(host)));
     return site && command.onSite(*site, args.sliced(2));
 }
 

@@ -37,11 +37,6 @@ QList<Bin> binsOf(const Period &period, Step step)
     return bins;
 }
 
-QString formatted(QDate day, const char *format)
-{
-    return QLocale::c().toString(day, QString::fromUtf8(format));
-}
-
 QString label(const Bin &bin, Step step)
 {
     if (step == Step::Week)

@@ -34,6 +34,11 @@ QString sign(double difference)
 
 } // namespace
 
+QString formatted(QDate day, const char *form)
+{
+    return QLocale::c().toString(day, QString::fromUtf8(form));
+}
+
 QString counted(qint64 count, const QString &one)
 {
     return grouped(double(count)) + u' ' + one + (count == 1 ? QString() : QStringLiteral("s"));

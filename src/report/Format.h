@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QDate>
 #include <QString>
 
 #include <optional>
@@ -25,6 +26,9 @@ QString show(Value value, Unit unit);
 
 /// How a figure changed: in percent, rates in percentage points, positions by their difference.
 QString change(Value now, Value before, Unit unit);
+
+/// A day in English, in the form of QDate::toString().
+QString formatted(QDate day, const char *form);
 
 /// "1 day", "3 days"
 QString counted(qint64 count, const QString &one);

@@ -1,20 +1,13 @@
 #include "report/Html.h"
 
+#include "common/Resource.h"
 #include "common/Text.h"
-
-#include <QFile>
 
 namespace vesk::report {
 
 namespace {
 
 constexpr qsizetype kMostLetters = 100;
-
-QString styles()
-{
-    QFile file(QStringLiteral(":/report/page.css"));
-    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
-}
 
 /// The pattern with which unverified browsers are drawn.
 void writeHatch(Html &html)
@@ -51,7 +44,7 @@ Html::Html(const QString &title)
     meta("referrer", "no-referrer");
     meta("robots", "noindex");
     leaf("title", clean(title));
-    leaf("style", styles());
+    leaf("style", resourceText(QStringLiteral(":/report/page.css")));
     close();
     open("body");
     writeHatch(*this);

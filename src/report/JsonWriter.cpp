@@ -13,7 +13,7 @@ namespace {
 
 using report::json;
 
-constexpr int kMostBars = std::numeric_limits<int>::max() / 7; ///< one for each day
+constexpr int kAllDays = std::numeric_limits<int>::max() / 7; ///< one for each day
 
 /// Figures of people and of everyone.
 QJsonObject totals(const QList<Figure> &figures)
@@ -81,7 +81,7 @@ QJsonObject json(const Server &server)
     if (!server.known)
         return object;
     object[QStringLiteral("totals")] = plain(server.totals);
-    object[QStringLiteral("days")] = rows(course(server.days, kMostBars).numbers);
+    object[QStringLiteral("days")] = rows(course(server.days, kAllDays).numbers);
     object[QStringLiteral("lists")] = json(server.lists);
     return object;
 }
@@ -105,7 +105,7 @@ QJsonObject json(const Search &search)
 QByteArray toJson(const Report &report)
 {
     QJsonObject charts { { report.visitors.numbers.id,
-        rows(course(report.visitors, kMostBars).numbers) } };
+        rows(course(report.visitors, kAllDays).numbers) } };
     for (const Chart &chart : report.charts)
         charts[chart.numbers.id] = rows(chart.numbers);
     const QJsonObject object { { QStringLiteral("format"), 1 },

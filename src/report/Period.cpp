@@ -1,6 +1,7 @@
 #include "report/Period.h"
 
-#include <QLocale>
+#include "report/Format.h"
+
 #include <QRegularExpression>
 #include <QStringList>
 
@@ -29,11 +30,6 @@ std::optional<Period> parseCalendarWord(const QString &text, const Calendar &cal
     if (text == QLatin1String("month"))
         return daysUpTo(calendar.lastComplete, 30);
     return {};
-}
-
-QString formatted(QDate day, const char *format)
-{
-    return QLocale::c().toString(day, QLatin1String(format));
 }
 
 } // namespace

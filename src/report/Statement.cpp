@@ -1,22 +1,11 @@
 #include "report/Statement.h"
 
 #include "common/Db.h"
+#include "common/Resource.h"
 
-#include <QFile>
-#include <QSqlError>
 #include <QSqlRecord>
 
 namespace vesk::report {
-
-namespace {
-
-QString resource(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
-}
-
-} // namespace
 
 Statement::Statement(const QString &sql, const Bindings &bindings)
     : m_query(db::runNamed(sql, bindings))
@@ -27,10 +16,8 @@ bool Statement::next()
 {
     if (!m_query || m_query->next())
         return m_query.has_value();
-    if (m_query->lastError().isValid()) {
-        db::reportFailure(db::presentable(m_query->lastError()));
+    if (!db::allRead(*m_query))
         m_query.reset();
-    }
     return false;
 }
 
@@ -52,7 +39,7 @@ std::optional<double> Statement::figure(const char *column) const
 
 QString statementText(const char *name)
 {
-    return resource(QStringLiteral(":/report/") + QLatin1String(name));
+    return resourceText(QStringLiteral(":/report/") + QLatin1String(name));
 }
 
 } // namespace vesk::report

@@ -9,7 +9,7 @@ namespace vesk::report {
 
 namespace {
 
-constexpr int kMostBars = 31;
+constexpr int kMostBarLines = 31;
 constexpr int kLabel = 17; ///< of the bars of a chart
 
 class TextWriter
@@ -211,7 +211,7 @@ void TextWriter::server()
         line(QStringLiteral("  %1 %2").arg(f.name, -13).arg(show(f.everyone, f.unit), 9));
     if (!server.known)
         return;
-    chart(course(server.days, kMostBars));
+    chart(course(server.days, kMostBarLines));
     for (const List &each : server.lists)
         list(each);
 }
@@ -245,7 +245,7 @@ QByteArray TextWriter::write()
     head();
     totals();
     requests();
-    chart(course(m_report.visitors, kMostBars));
+    chart(course(m_report.visitors, kMostBarLines));
     for (const Chart &each : m_report.charts)
         chart(each);
     for (const List &each : pick(m_report.lists,
