@@ -2,6 +2,7 @@
 
 #include "figures/Figures.h"
 #include "figures/Statements.h"
+#include "report/SlowPaths.h"
 
 namespace vesk::report {
 
@@ -80,7 +81,7 @@ void readLines(Task &task, const Origin &origin, Lines &lines)
         return readLines(task, statementText("slow.sql"), {}, lines);
     bindings[QStringLiteral(":slow")] = true;
     const QString durations = figures::statementText("durations.sql");
-    readLines(task,
+    readSlowPaths(task,
         statementOver(origin, "slow_kept.sql", requests + QLatin1String(", ") + durations, "timed"),
         bindings, lines);
 }
