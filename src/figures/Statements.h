@@ -13,6 +13,7 @@ inline constexpr char kSettings[] = "SET LOCAL search_path = pg_catalog;"
                                     "SET LOCAL work_mem = '64MB';"
                                     "SET LOCAL enable_nestloop = off;"
                                     "SET LOCAL enable_mergejoin = off;"
+                                    "SET LOCAL enable_sort = off;"
                                     "SET LOCAL jit = off";
 
 /// The text of the file \a name of the folder sql.
