@@ -7,7 +7,7 @@ test_packages=("${build_packages[@]}" clang-format iso-codes openssl iproute2
     bzip2 xz-utils zstd python3 python3-pexpect python3-pyte black)
 
 # shellcheck disable=SC2034
-sanitizer_packages=(clang libclang-rt-14-dev)
+sanitizer_packages=(clang libclang-rt-14-dev lld)
 
 say() { printf '%s: %s\n' "${0##*/}" "$*" >&2; }
 

@@ -16,7 +16,7 @@ import unittest
 import vesk
 from nights import PACK, Nights, start_server, stop_server
 
-NIGHTS, KEPT = 36, 24
+NIGHTS, KEPT = 30, 20
 EPOCH = time.time() - 10**6
 SHAPES = (  # the host, how its logs are rotated and compressed, and whether they are read every hour
     ("numbers.example", "number", ".gz", False),

@@ -81,6 +81,12 @@ class Nights(unittest.TestCase):
         self.assertEqual(stored, paths, seen)
         return printed
 
+    def night(self, *arguments, **options):
+        """A run after which all days are rolled up."""
+        printed = self.expect(*arguments, **options)
+        self.assertEqual(self.unfinished(), "0|0")
+        return printed
+
     def unfinished(self):
         """Days whose report lines differ from the requests, and days that wait to be rolled up."""
         return self.sql(
