@@ -141,7 +141,9 @@ int main(int argc, char **argv)
     program.process();
     const auto arguments = argumentsOf(parser);
     const QString path = vesk::configPath(parser);
-    if (isCheck && path.isEmpty())
+    if (isCheck && !arguments)
+        qCritical("--check takes a site, or none for all, and goes with none of the other tasks");
+    if (isCheck && (path.isEmpty() || !arguments))
         return giveUp();
     if (path.isEmpty() || !arguments)
         parser.showHelp(failure);

@@ -111,11 +111,14 @@ class Kept(Nights):
     def expect_same(self, found, wanted):
         """But for percentiles, which are of buckets."""
         slow = [report["server"]["lists"]["slow_paths"]["rows"] for report in (found, wanted)]
+        ranks = [(-row["percentile_95_us"], -row["requests"], row["path"]) for row in slow[0]]
+        self.assertEqual(ranks, sorted(ranks))
         for rows in slow:
             rows.sort(key=lambda row: row["path"])
         for one, other in zip(*slow, strict=True):
             for name in "percentile_95_us", "median_us":
                 self.assertAlmostEqual(one[name], other[name], delta=0.025 * other[name] + 0.5)
+                self.assertLessEqual(one[name], one["longest_us"])
                 one[name] = other[name]
         self.assertEqual(found, wanted)
 
@@ -134,6 +137,11 @@ class Kept(Nights):
         for each in asked:
             self.assertTrue(wanted[each]["server"]["complete"])
             self.expect_same(self.report(*each), wanted[each])
+        all_slow, slowest = (
+            self.report(*more, "2026-03")["server"]["lists"]["slow_paths"]["rows"]
+            for more in ([], ["--rows", "1"])
+        )
+        self.assertEqual(slowest, all_slow[:1])
         missing = wanted[asked[3]]["server"]["lists"]["missing_files"]["rows"]
         links = {row["path"]: row["referrer"] for row in missing}
         self.assertEqual((links["/lost"][8], links["/gone"][8]), ("a", "b"))
