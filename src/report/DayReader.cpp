@@ -80,9 +80,8 @@ void readDays(Task &task)
 
 void readDays(Task &task, QDate first)
 {
-    Bindings bindings = task.bindings;
-    bindings.insert(QStringLiteral(":from"), first);
-    Statement days(statementText("days.sql"), bindings);
+    Statement days(
+        statementText("days.sql"), task.bindingsWith({ { QStringLiteral(":from"), first } }));
     while (days.next()) {
         Totals &day = task.days[days.day("day")];
         Counts &counts = days.text("scope") == QLatin1String("people") ? day.people : day.everyone;

@@ -41,8 +41,7 @@ Search readSearch(Task &task)
             "This account may not read what search engines report (vesk.search_*).");
         return search;
     }
-    Bindings bindings = task.bindings;
-    bindings.insert({ { QStringLiteral(":from"), search.period.first },
+    const Bindings bindings = task.bindingsWith({ { QStringLiteral(":from"), search.period.first },
         { QStringLiteral(":before_from"), search.period.before().first } });
     search.engines = readEngines(task, bindings);
     Lines lines;

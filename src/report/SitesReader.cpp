@@ -55,9 +55,7 @@ struct Traffic
 void addTraffic(
     Task &task, const char *statement, const Bindings &more, QMap<QDate, Traffic> &traffic)
 {
-    Bindings bindings = task.bindings;
-    bindings.insert(more);
-    Statement rows(statementText(statement), bindings);
+    Statement rows(statementText(statement), task.bindingsWith(more));
     while (rows.next())
         traffic[rows.day("day")]
             = { rows.number("requests"), rows.number("bytes"), rows.number("errors") };

@@ -3,6 +3,7 @@
 #include "figures/Histogram.h"
 
 #include <algorithm>
+#include <iterator>
 #include <set>
 #include <tuple>
 
@@ -31,11 +32,9 @@ void readSlowPaths(Task &task, const QString &sql, const Bindings &more, Lines &
 {
     if (task.failed)
         return;
-    Bindings bindings = task.bindings;
-    bindings.insert(more);
     std::set<SlowPath> slowest;
     qint64 total = 0;
-    Statement paths(sql, bindings);
+    Statement paths(sql, task.bindingsWith(more));
     for (; paths.next(); ++total) {
         const figures::Histogram durations(paths.text("histograms"));
         const double longest = paths.number("longest");

@@ -18,13 +18,18 @@ Task::Task(const ReportedSite &itsSite, const Period &itsPeriod, const Options &
 {
 }
 
+Bindings Task::bindingsWith(const Bindings &more) const
+{
+    Bindings all = bindings;
+    all.insert(more);
+    return all;
+}
+
 void readLines(Task &task, const QString &sql, const Bindings &more, Lines &lines)
 {
     if (task.failed)
         return;
-    Bindings bindings = task.bindings;
-    bindings.insert(more);
-    Statement statement(sql, bindings);
+    Statement statement(sql, task.bindingsWith(more));
     while (statement.next()) {
         const auto list = listOf(statement.text("list"));
         if (!list)

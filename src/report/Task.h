@@ -23,6 +23,9 @@ struct Task
 {
     Task(const ReportedSite &site, const Period &period, const Options &options);
 
+    /// The named values of all its statements, and \a more.
+    Bindings bindingsWith(const Bindings &more) const;
+
     const ReportedSite &site;
     Period period;
     const Options &options;
