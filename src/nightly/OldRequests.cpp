@@ -12,9 +12,9 @@ namespace {
 
 constexpr int kMostDays = 99999;
 
-/// What is stored of a day, as the roll-up cuts it.
-constexpr auto kOfDay
-    = "site_id = ? AND at >= ?::date::timestamptz AND at < (?::date + 1)::timestamptz";
+/// What is stored of a site from one day to another, as the roll-up cuts them.
+constexpr QLatin1String kOfDays(
+    "site_id = ? AND at >= ?::date::timestamptz AND at < (?::date + 1)::timestamptz");
 
 /// Waits no longer than others that wait behind it can bear, nor until one of them takes itself for
 /// the victim of a deadlock, but until an autovacuum has made room.
@@ -40,9 +40,10 @@ std::optional<QList<OldDay>> OldRequests::days(const Days &days)
             " WHERE (d.site_id, d.day) = (?, s.day))"
             " FROM (SELECT at::date AS day, count(*) AS n,"
             " count(*) FILTER (WHERE method <> 'BEACON') AS requests FROM vesk.hits"
-            " WHERE site_id = ? AND at >= ?::date::timestamptz AND at < (?::date + 1)::timestamptz"
-            " GROUP BY 1) s LEFT JOIN vesk.rollup r ON (r.site_id, r.day, r.scope, r.dim, r.key)"
-            " = (?, s.day, 'all', 'totals', 'requests') ORDER BY s.day"),
+            " WHERE %1 GROUP BY 1) s LEFT JOIN vesk.rollup r"
+            " ON (r.site_id, r.day, r.scope, r.dim, r.key)"
+            " = (?, s.day, 'all', 'totals', 'requests') ORDER BY s.day")
+            .arg(kOfDays),
         { m_siteId, m_siteId, m_siteId, days.first, days.last, m_siteId });
     const auto withFigures = figures::validDays(m_siteId, days.first, days.last);
     if (!q || !withFigures)
@@ -76,7 +77,7 @@ std::optional<qint64> OldRequests::remove(const OldDay &day)
     const QVariantList range { m_siteId, day.day, day.day };
     const auto q = db::run(QStringLiteral("DELETE FROM vesk.hits WHERE %1"
                                           " AND ? = (SELECT count(*) FROM vesk.hits WHERE %1)")
-                               .arg(QLatin1String(kOfDay)),
+                               .arg(kOfDays),
         range + QVariantList { day.rows } + range);
     return q ? std::optional(qint64 { q->numRowsAffected() }) : std::nullopt;
 }

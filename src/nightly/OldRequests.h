@@ -19,6 +19,9 @@ struct OldDay
     bool isQueued = false; ///< to be rolled up
     bool isBegun = false; ///< requests of it were deleted by this program
     bool hasFigures = false; ///< of all requests that the report counts
+
+    /// Whether the report counts all that are stored.
+    bool isCounted() const { return reported && *reported >= requests; }
 };
 
 struct Days

@@ -19,7 +19,7 @@ const char *obstacle(const OldDay &day)
 {
     if (day.isBegun)
         return nullptr;
-    if (day.isQueued || day.reported.value_or(-1) < day.requests)
+    if (day.isQueued || !day.isCounted())
         return "its report does not count all of them; the next import rolls it up";
     if (day.hasFigures)
         return nullptr;
@@ -133,7 +133,7 @@ void Retention::keep(const OldDay &day, const char *why)
     qWarning("%s keeps %lld requests: %s", qPrintable(day.day.toString(Qt::ISODate)),
         qlonglong { day.rows }, why);
     m_failed = true;
-    if (day.reported.value_or(-1) < day.requests)
+    if (!day.isCounted())
         m_ledger.addDays({ day.day });
 }
 
